@@ -1,0 +1,6 @@
+# Warnings for the project's own targets: `target_link_libraries(<target> PRIVATE warnings)`.
+add_library(warnings INTERFACE)
+target_compile_options(warnings INTERFACE
+  -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wformat=2 -Wundef
+  $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual -Wold-style-cast -Wsuggest-override>
+  $<$<BOOL:${VELOMIRA_WERROR}>:-Werror>)

@@ -1,0 +1,24 @@
+// Property values. Only the types that are stored in links are declared.
+#pragma once
+
+#include <windef.h>
+
+using VARTYPE = WORD;
+using VARIANT_BOOL = SHORT;
+
+#define VT_EMPTY 0
+#define VT_BOOL 11
+#define VT_UI4 19
+#define VARIANT_TRUE (static_cast<VARIANT_BOOL>(-1))
+
+struct PROPVARIANT {
+  VARTYPE vt;
+  WORD wReserved1;
+  WORD wReserved2;
+  WORD wReserved3;
+  union {
+    ULONG ulVal;
+    VARIANT_BOOL boolVal;
+  };
+};
+using REFPROPVARIANT = const PROPVARIANT&;

@@ -1,0 +1,14 @@
+// Which Windows this is. The platform answers within what the program's manifest names: without one that names
+// newer versions, 6.2 is the newest version that a program meets.
+#pragma once
+
+#include <windows.h>
+
+// True on version `major`.`minor` and on every later one.
+bool IsWindowsVersionOrLater(DWORD major, DWORD minor);
+
+// True on 6.1 and later, by the packed version number; found once, while the module is loaded.
+bool IsWindows7OrLater();
+
+// True on version 5.0 and earlier.
+bool IsWindows2000OrEarlier();

@@ -1,0 +1,170 @@
+// Location and handle of the log file, shared by all threads without a lock. The location is an immutable block
+// and the open file another, each published with one atomic exchange. A file that was replaced is closed by
+// whichever thread is the last to be writing, since a line may still be on its way to it.
+#include "log/log_file.h"
+
+#include <windows.h>
+
+#include <shlobj.h>
+
+#include <array>
+#include <atomic>
+#include <ctime>
+#include <exception>
+#include <memory>
+#include <new>
+
+#include "common/handles.h"
+#include "common/names.h"
+#include "log/log_security.h"
+
+namespace {
+
+constexpr DWORD shareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+constexpr DWORD openFlags = FILE_ATTRIBUTE_NORMAL | FILE_FLAG_BACKUP_SEMANTICS;
+constexpr std::size_t longestPath = 1023;  // bytes, for folder and path alike
+
+// ---- Location ------------------------------------------------------------------------------------------
+
+std::string LogPath(std::string folder) {
+  folder.resize(std::min(folder.size(), longestPath));
+  std::string path = folder + "/" + "tessarine.log";
+  path.resize(std::min(path.size(), longestPath));
+  return path;
+}
+
+// The Windows directory's "\Logs" in lower case, created when missing; empty when that cannot be had.
+std::string PrimaryFolder() {
+  WCHAR directory[MAX_PATH + 1]{};
+  const UINT length = GetWindowsDirectoryW(directory, MAX_PATH);
+  if (length == 0 || length > MAX_PATH) return {};
+  CharLowerW(directory);
+  const WideString folder = WideString(directory) + TEXT("\\Logs");
+  if (!CreateDirectoryW(folder.c_str(), nullptr) && GetLastError() != ERROR_ALREADY_EXISTS) return {};
+  return WideToUtf8(folder);
+}
+
+// The user's local application data folder; empty when it cannot be had.
+std::string FallbackFolder() {
+  WCHAR folder[MAX_PATH]{};
+  if (FAILED(SHGetFolderPathW(nullptr, CSIDL_LOCAL_APPDATA, nullptr, SHGFP_TYPE_CURRENT, folder))) return {};
+  return WideToUtf8(folder);
+}
+
+struct Location {
+  WideString path;
+  bool fallback;
+};
+
+std::atomic<const Location*> theLocation{nullptr};
+
+// Publishes `made` in place of `expected`, or gives back what another thread has published meanwhile.
+const Location& Publish(const Location* expected, std::unique_ptr<const Location> made) {
+  if (theLocation.compare_exchange_strong(expected, made.get())) return *made.release();
+  return *expected;
+}
+
+const Location& CurrentLocation() {
+  if (const Location* location = theLocation.load()) return *location;
+  return Publish(nullptr, std::make_unique<Location>(Location{Utf8ToWide(LogPath(PrimaryFolder())), false}));
+}
+
+const Location& SwitchToFallback(const Location& primary) {
+  return Publish(&primary, std::make_unique<Location>(Location{Utf8ToWide(LogPath(FallbackFolder())), true}));
+}
+
+// ---- The open file -------------------------------------------------------------------------------------
+
+struct LogFile {
+  UniqueFile handle;
+  LogFile* next = nullptr;  // among the retired ones
+};
+
+std::atomic<LogFile*> current{nullptr};
+std::atomic<LogFile*> retired{nullptr};
+std::atomic<int> writers{0};
+std::atomic<std::time_t> lastCheck{0};
+
+void Retire(LogFile* file) {
+  file->next = retired.load();
+  while (!retired.compare_exchange_weak(file->next, file)) {
+  }
+}
+
+// Marks a thread as writing. The last one out closes the files retired before: whoever could have loaded one of
+// them has left by then, and whoever comes in later finds a newer one.
+class Writing {
+ public:
+  Writing() { ++writers; }
+  ~Writing() {
+    LogFile* files = retired.exchange(nullptr);
+    const bool last = --writers == 0;
+    while (files != nullptr) {
+      LogFile* const file = std::exchange(files, files->next);
+      if (last) {
+        delete file;
+      } else {
+        Retire(file);
+      }
+    }
+  }
+  Writing(const Writing&) = delete;
+  Writing& operator=(const Writing&) = delete;
+};
+
+UniqueFile OpenForAppending(const Location& location) {
+  SetLastError(ERROR_SUCCESS);
+  UniqueFile file(CreateFileW(location.path.c_str(), FILE_APPEND_DATA | READ_CONTROL | WRITE_DAC, shareAll, nullptr,
+                              OPEN_ALWAYS, openFlags, nullptr));
+  if (file && GetLastError() != ERROR_ALREADY_EXISTS) GrantInteractiveUsers(file.get());
+  return file;
+}
+
+// The path still names the file that is open.
+bool IsSameFile(const Location& location, HANDLE open) {
+  const UniqueFile file(
+      CreateFileW(location.path.c_str(), GENERIC_READ, shareAll, nullptr, OPEN_EXISTING, openFlags, nullptr));
+  if (!file) return false;
+  BY_HANDLE_FILE_INFORMATION named, opened;
+  return GetFileInformationByHandle(file.get(), &named) && GetFileInformationByHandle(open, &opened) &&
+         named.dwVolumeSerialNumber == opened.dwVolumeSerialNumber &&
+         named.nFileIndexHigh == opened.nFileIndexHigh && named.nFileIndexLow == opened.nFileIndexLow;
+}
+
+// Opens the file in the current location or else in the fallback, and makes it the current one. Null when
+// neither can be opened.
+LogFile* OpenAnew() {
+  const Location* location = &CurrentLocation();
+  UniqueFile handle = OpenForAppending(*location);
+  if (!handle && !location->fallback) handle = OpenForAppending(SwitchToFallback(*location));
+  if (!handle) return nullptr;
+  auto* file = new LogFile{std::move(handle)};
+  if (LogFile* old = current.exchange(file)) Retire(old);
+  return file;
+}
+
+// The file for the next line; the thread that claims a new second looks whether it is still the right one.
+LogFile* FileForLine() {
+  const std::time_t now = std::time(nullptr);
+  LogFile* const file = current.load();
+  const bool claimed = lastCheck.load() != now && lastCheck.exchange(now) != now;
+  if (file != nullptr && (!claimed || IsSameFile(CurrentLocation(), file->handle.get()))) return file;
+  return OpenAnew();
+}
+
+}  // namespace
+
+void AppendToLog(std::string_view line) noexcept {
+  const Writing writing;
+  try {
+    LogFile* const file = FileForLine();
+    if (file == nullptr) return;
+    OVERLAPPED atEnd{};
+    atEnd.Offset = 0xFFFFFFFF;
+    atEnd.OffsetHigh = 0xFFFFFFFF;
+    DWORD written = 0;
+    WriteFile(file->handle.get(), line.data(), static_cast<DWORD>(line.size()), &written, &atEnd);
+  } catch (const std::exception&) {
+    // Out of memory on the way to the file: the line is lost.
+  }
+}

@@ -1,0 +1,99 @@
+// The event loop with a failing call. Each runs in a process of its own, since a failed wait opens the log
+// for good, and a receive that cannot be cancelled is kept for good.
+#include "frame/event_loop.h"
+
+#include <platform/control.h>
+
+#include <fstream>
+#include <regex>
+#include <thread>
+
+#include "frame/worker_guest.h"
+#include "support/fail_call.h"
+#include "support/own_process.h"
+
+namespace {
+
+using Census = std::map<std::string, std::size_t>;
+
+class EventLoopFailures : public WorkerGuest {
+ protected:
+  // The loop on a thread of its own, with a stop that lies in its queue already.
+  static void RunLoopToItsStop() {
+    std::thread([] {
+      MSG message;
+      PeekMessageW(&message, nullptr, stopMessage, stopMessage, PM_NOREMOVE);
+      PostThreadMessageW(GetCurrentThreadId(), stopMessage, 0, 0);
+      ToolWorker worker;
+      worker.gate = OpenTg();
+      RunEventLoop(worker);
+    }).join();
+  }
+
+  static std::vector<std::string> LogLines() {
+    std::ifstream log(platform::GuestRoot() / "Windows" / "Logs" / "tessarine.log");
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(log, line);) lines.push_back(line);
+    return lines;
+  }
+
+  static bool IsFailedWait(const std::string& line, DWORD error) {
+    static const std::string pattern =
+        R"(\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} W /Velomira:\d+:[0-9a-f]+/ \[VELO\] )";
+    return std::regex_match(line, std::regex(pattern + "Wait failed! Error " + std::to_string(error)));
+  }
+};
+
+TEST_F(EventLoopFailures, EachFailingCallEndsTheLoopAndLeavesNothingButWhatTheDeviceHolds) {
+  InOwnProcess([&] {
+    platform::ArmFaultPlan({});
+    RunLoopToItsStop();
+    const std::vector<std::string> calls = platform::DisarmFaultPlan();
+    EXPECT_EQ(std::ranges::count(calls, "CancelIo"), 1);
+    Census expected;
+    const auto first = std::ranges::find(calls, "CoInitialize");  // what comes before is the test's own
+    for (auto call = first; call != calls.end(); ++call) {
+      const std::string& failing = *call;
+      const auto number = static_cast<std::size_t>(call - calls.begin() + 1);
+      FailCall(number, 1234);
+      RunLoopToItsStop();
+      platform::DisarmFaultPlan();
+      if (failing == "MsgWaitForMultipleObjects") expected["file"] = 1;  // the log
+      if (failing == "CancelIo" || failing == "WaitForSingleObject") ++expected["event"];
+      EXPECT_EQ(platform::Census(), expected) << number << ": " << failing;
+    }
+    EXPECT_EQ(expected, (Census{{"event", 2}, {"file", 1}}));
+    ASSERT_EQ(LogLines().size(), 1u);
+    EXPECT_TRUE(IsFailedWait(LogLines()[0], 1234)) << LogLines()[0];
+    EXPECT_EQ(gate().Facts().opens, gate().Facts().closes);
+    StartAndAwaitAnnouncement();
+    EXPECT_TRUE(StopWorker());
+  });
+}
+
+TEST_F(EventLoopFailures, AFailedWaitIsLoggedAndTheEndedWorkerStaysUntilItIsStopped) {
+  InOwnProcess([&] {
+    StartAndAwaitAnnouncement();
+    while (!platform::CallCounts().contains("MsgWaitForMultipleObjects")) std::this_thread::yield();
+    // The worker's next calls: it fetches the outcome, submits again, and waits.
+    FailCall(3, ERROR_INVALID_HANDLE);
+    gate().Push(Command(7));
+    while (platform::Census().contains("com")) std::this_thread::yield();
+    EXPECT_EQ(platform::DisarmFaultPlan()[2], "MsgWaitForMultipleObjects");
+    EXPECT_EQ(gate().Facts().cancelled, 1u);
+    ASSERT_EQ(LogLines().size(), 1u);
+    EXPECT_TRUE(IsFailedWait(LogLines()[0], ERROR_INVALID_HANDLE)) << LogLines()[0];
+
+    EXPECT_TRUE(StartWorker());
+    EXPECT_EQ(gate().Facts().opens, 2u);
+    EXPECT_EQ(gate().Facts().closes, 0u);
+    EXPECT_TRUE(StopWorker());
+    EXPECT_EQ(gate().Facts().closes, 2u);
+    EXPECT_EQ(platform::Census(), (Census{{"file", 1}}));
+    TakeAsked();
+    StartAndAwaitAnnouncement();
+    EXPECT_TRUE(StopWorker());
+  });
+}
+
+}  // namespace

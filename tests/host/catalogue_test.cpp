@@ -1,0 +1,158 @@
+// The catalogue: what a PNG becomes on its way to the guest, and that a bad catalogue is refused with the
+// reason.
+#include "host/catalogue.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <stdexcept>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// 1 pixel wide, 2 high: red and opaque above (1, 2, 3) half transparent.
+constexpr unsigned char png[] = {0x89, 0x50, 0x4E, 0x47, 0x0D, 0x0A, 0x1A, 0x0A, 0x00, 0x00, 0x00, 0x0D, 0x49,
+                                 0x48, 0x44, 0x52, 0x00, 0x00, 0x00, 0x01, 0x00, 0x00, 0x00, 0x02, 0x08, 0x06,
+                                 0x00, 0x00, 0x00, 0x99, 0x81, 0xB6, 0x27, 0x00, 0x00, 0x00, 0x12, 0x49, 0x44,
+                                 0x41, 0x54, 0x78, 0xDA, 0x63, 0xF8, 0xCF, 0xC0, 0xF0, 0x9F, 0x81, 0x91, 0x89,
+                                 0xB9, 0x01, 0x00, 0x0F, 0x8B, 0x02, 0x85, 0x3D, 0x2C, 0xA4, 0x04, 0x00, 0x00,
+                                 0x00, 0x00, 0x49, 0x45, 0x4E, 0x44, 0xAE, 0x42, 0x60, 0x82};
+
+class CatalogueTest : public ::testing::Test {
+ protected:
+  CatalogueTest()
+      : folder_(fs::temp_directory_path() / ("catalogue-" + std::to_string(std::random_device()()))) {
+    fs::create_directories(folder_);
+    std::ofstream(folder_ / "a.png", std::ios::binary).write(reinterpret_cast<const char*>(png), sizeof png);
+    std::ofstream(folder_ / "text.png") << "this is no picture";
+  }
+  ~CatalogueTest() override { fs::remove_all(folder_); }
+
+  host::Catalogue Load(const std::string& applications) const {
+    std::ofstream(folder_ / "catalogue.json", std::ios::binary) << applications;
+    return host::Catalogue::Load(folder_);
+  }
+
+  // The message with which loading fails; empty when it does not.
+  std::string Refusal(const std::string& applications) const {
+    try {
+      Load(applications);
+      return "";
+    } catch (const std::runtime_error& failure) {
+      return failure.what();
+    }
+  }
+
+  fs::path folder_;
+};
+
+std::vector<int> BytesFrom(const host::Bytes& bytes, std::size_t start) {
+  std::vector<int> numbers;
+  for (std::size_t i = start; i < bytes.size(); ++i) numbers.push_back(std::to_integer<int>(bytes[i]));
+  return numbers;
+}
+
+TEST_F(CatalogueTest, IconsBecomeBottomUpBitmapsInTheGuestsPixelOrder) {
+  const host::Icon icon = host::LoadIcon(folder_, "a.png");
+  const std::vector<int> header = {40, 0, 0, 0, 1, 0, 0, 0, 2, 0, 0, 0, 1, 0, 32, 0, 0, 0, 0, 0,
+                                   8,  0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,  0, 0, 0, 0, 0};
+  std::vector<int> expected = header;
+  expected.insert(expected.end(), {3, 2, 1, 128, 0, 0, 255, 255});
+  EXPECT_EQ(BytesFrom(icon.bmp, 14), expected);
+  EXPECT_EQ(host::GetU16(icon.bmp, 0), 0x4D42);
+  EXPECT_EQ(host::GetU32(icon.bmp, 2), icon.bmp.size());
+
+  const host::Icon refused = host::RefusedIcon(icon);
+  EXPECT_EQ(host::GetU16(refused.bmp, 28), 24);
+  EXPECT_EQ(BytesFrom(refused.bmp, 54), (std::vector<int>{3, 2, 1, 0, 0, 0, 255, 0}));
+  EXPECT_FALSE(refused.accepted);
+}
+
+TEST_F(CatalogueTest, AWholeEntryIsRead) {
+  const host::Catalogue catalogue = Load(R"({"applications": [{"bundleId": "x.y", "name": "Café",
+      "documentTypes": ["a", "b"], "defaultTypes": ["b"], "anyType": true, "urlSchemes": ["s"],
+      "icons": ["a.png", {"file": "a.png", "format": "bmp24"}]}]})");
+  ASSERT_EQ(catalogue.applications().size(), 1u);
+  const host::Application& app = catalogue.applications()[0];
+  EXPECT_EQ(app.bundleId, "x.y");
+  EXPECT_EQ(app.name, "Caf\xC3\xA9");
+  EXPECT_EQ(app.documentTypes, (std::vector<std::string>{"a", "b"}));
+  EXPECT_EQ(app.defaultTypes, std::vector<std::string>{"b"});
+  EXPECT_TRUE(app.anyType);
+  EXPECT_EQ(app.urlSchemes, std::vector<std::string>{"s"});
+  ASSERT_EQ(app.icons.size(), 2u);
+  EXPECT_TRUE(app.icons[0].accepted);
+  EXPECT_FALSE(app.icons[1].accepted);
+}
+
+TEST_F(CatalogueTest, ABadCatalogueIsRefusedWithFileAndReason) {
+  const auto apps = [](const std::string& list) { return R"({"applications": [)" + list + "]}"; };
+  const std::string good = R"({"bundleId": "b", "name": "A"})";
+  const struct {
+    const char* what;
+    std::string json, file, reason;
+  } cases[] = {
+      {"no JSON", "{", "catalogue.json", "parse error"},
+      {"no list", R"({"apps": []})", "catalogue.json", "\"applications\""},
+      {"an unknown field", apps(R"({"bundleId": "b", "name": "A", "icon": []})"), "catalogue.json",
+       "applications[0]: unknown field \"icon\""},
+      {"a number for a name", apps(R"({"bundleId": "b", "name": 1})"), "catalogue.json",
+       "name: must be a text"},
+      {"a text for a list", apps(R"({"bundleId": "b", "name": "A", "urlSchemes": "s"})"), "catalogue.json",
+       "urlSchemes: must be a list"},
+      {"a text for a flag", apps(R"({"bundleId": "b", "name": "A", "anyType": "yes"})"), "catalogue.json",
+       "anyType: must be true or false"},
+      {"no name", apps(R"({"bundleId": "b"})"), "catalogue.json", "name is empty"},
+      {"an empty type", apps(R"({"bundleId": "b", "name": "A", "documentTypes": [""]})"), "catalogue.json",
+       "documentTypes is empty"},
+      {"a scheme that would be another key",
+       apps(R"({"bundleId": "b", "name": "A", "urlSchemes": ["a\\b"]})"), "catalogue.json", "backslash"},
+      {"a missing icon", apps(R"({"bundleId": "b", "name": "A", "icons": ["no.png"]})"), "no.png",
+       "cannot be opened"},
+      {"an icon that is no PNG", apps(R"({"bundleId": "b", "name": "A", "icons": ["text.png"]})"), "text.png",
+       "is no PNG image"},
+      {"an unknown format",
+       apps(R"({"bundleId": "b", "name": "A", "icons": [{"file": "a.png", "format": "gif"}]})"),
+       "catalogue.json", "unknown format"},
+      {"names that are one file", apps(good + R"(, {"bundleId": "c", "name": "a"})"), "catalogue.json",
+       "two of this name"},
+      {"a bundleId twice", apps(good + R"(, {"bundleId": "b", "name": "B"})"), "catalogue.json",
+       "bundleId of A"},
+  };
+  for (const auto& each : cases) {
+    SCOPED_TRACE(each.what);
+    const std::string message = Refusal(each.json);
+    EXPECT_NE(message.find(each.file), std::string::npos) << message;
+    EXPECT_NE(message.find(each.reason), std::string::npos) << message;
+  }
+  EXPECT_EQ(Refusal(apps(good)), "");
+}
+
+TEST_F(CatalogueTest, IconsThatOneReplyCannotHoldAreRefused) {
+  host::Application app;
+  app.bundleId = app.name = "A";
+  app.icons.resize(2);
+  app.icons[0].bmp.resize(277764 - 2 * 12 - 100);
+  app.icons[1].bmp.resize(101);
+  host::Catalogue catalogue;
+  EXPECT_THROW(catalogue.Add(app), std::runtime_error);
+  app.icons[1].bmp.resize(100);
+  EXPECT_NO_THROW(catalogue.Add(app));
+}
+
+TEST_F(CatalogueTest, ARefusedEditChangesNothing) {
+  host::Catalogue catalogue =
+      Load(R"({"applications": [{"bundleId": "b", "name": "A"}, {"bundleId": "c", "name": "B"}]})");
+  EXPECT_THROW(catalogue.Rename("A", "b"), std::runtime_error);
+  EXPECT_THROW(catalogue.Rename("C", "D"), std::runtime_error);
+  EXPECT_THROW(catalogue.Remove("C"), std::runtime_error);
+  ASSERT_EQ(catalogue.applications().size(), 2u);
+  EXPECT_EQ(catalogue.applications()[0].name, "A");
+  catalogue.Rename("A", "a");  // another spelling of its own name
+  EXPECT_EQ(catalogue.applications()[0].name, "a");
+}
+
+}  // namespace

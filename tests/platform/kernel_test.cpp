@@ -1,0 +1,385 @@
+// Events, waits, threads, message queues, text conversion and version queries, as every build must have them.
+// Whatever touches a message queue runs on a thread of its own, because a thread keeps its queue for life.
+#include <gtest/gtest.h>
+#include <process.h>
+#include <windows.h>
+
+#include <atomic>
+#include <ctime>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace {
+
+using Text = std::basic_string<WCHAR>;
+
+constexpr bool manualReset = true, autoReset = false;
+
+HANDLE NewEvent(bool manual, bool signalled = false) {
+  return CreateEventW(nullptr, manual, signalled, nullptr);
+}
+
+struct Started {
+  HANDLE handle;
+  unsigned id;
+  void Join() const {
+    EXPECT_EQ(WaitForSingleObject(handle, INFINITE), WAIT_OBJECT_0);
+    EXPECT_TRUE(CloseHandle(handle));
+  }
+};
+
+unsigned __stdcall RunBody(void* body) {
+  (*static_cast<const std::function<void()>*>(body))();
+  return 0;
+}
+
+// `body` must outlive the thread.
+Started Start(const std::function<void()>& body) {
+  Started started{};
+  const auto handle =
+      _beginthreadex(nullptr, 0, RunBody, const_cast<std::function<void()>*>(&body), 0, &started.id);
+  started.handle = reinterpret_cast<HANDLE>(handle);
+  return started;
+}
+
+void OnOwnThread(const std::function<void()>& body) {
+  Start(body).Join();
+}
+
+// The numbers of all messages within the range, removed.
+std::vector<int> Take(UINT first = 0, UINT last = 0) {
+  std::vector<int> taken;
+  MSG message{};
+  while (PeekMessageW(&message, nullptr, first, last, PM_REMOVE))
+    taken.push_back(static_cast<int>(message.message));
+  return taken;
+}
+
+void CreateQueue() {
+  MSG message{};
+  PeekMessageW(&message, nullptr, WM_USER, WM_USER, PM_NOREMOVE);
+}
+
+BOOL PostHere(UINT message) {
+  return PostThreadMessageW(GetCurrentThreadId(), message, 0, 0);
+}
+
+DWORD MessageWait(DWORD mask = QS_ALLINPUT, std::vector<HANDLE> handles = {}, DWORD milliseconds = 0) {
+  return MsgWaitForMultipleObjects(static_cast<DWORD>(handles.size()), handles.data(), FALSE, milliseconds,
+                                   mask);
+}
+
+// An object of a thread that notes its end.
+struct Leaver {
+  std::atomic<bool>* gone = nullptr;
+  ~Leaver() {
+    if (gone != nullptr) *gone = true;
+  }
+};
+thread_local Leaver leaver;
+
+}  // namespace
+
+TEST(KernelEvents, AWaitTakesTheSignalOfAnAutoResetEventOnly) {
+  for (const bool manual : {manualReset, autoReset}) {
+    const HANDLE event = NewEvent(manual);
+    EXPECT_EQ(WaitForSingleObject(event, 0), WAIT_TIMEOUT);
+    EXPECT_TRUE(SetEvent(event));
+    EXPECT_EQ(WaitForSingleObject(event, INFINITE), WAIT_OBJECT_0);
+    EXPECT_EQ(WaitForSingleObject(event, 0), manual ? WAIT_OBJECT_0 : WAIT_TIMEOUT);
+    EXPECT_TRUE(SetEvent(event));
+    EXPECT_TRUE(ResetEvent(event));
+    EXPECT_EQ(WaitForSingleObject(event, 1), WAIT_TIMEOUT);
+    EXPECT_TRUE(CloseHandle(event));
+  }
+}
+
+TEST(KernelEvents, AWaitForSeveralReportsTheFirstSignalledAndTakesNoOtherSignal) {
+  const HANDLE events[] = {NewEvent(autoReset), NewEvent(autoReset, true), NewEvent(autoReset, true)};
+  EXPECT_EQ(WaitForMultipleObjects(3, events, FALSE, INFINITE), WAIT_OBJECT_0 + 1);
+  EXPECT_EQ(WaitForMultipleObjects(3, events, FALSE, INFINITE), WAIT_OBJECT_0 + 2);
+  EXPECT_EQ(WaitForMultipleObjects(3, events, FALSE, 1), WAIT_TIMEOUT);
+  for (const HANDLE event : events) EXPECT_TRUE(CloseHandle(event));
+}
+
+TEST(KernelEvents, HandlesThatNameNothingAreRefused) {
+  const HANDLE live = NewEvent(manualReset, true);
+  const HANDLE closed = NewEvent(manualReset, true);
+  EXPECT_TRUE(CloseHandle(closed));
+  const HANDLE pair[] = {live, closed};
+  const std::function<bool()> refusals[] = {
+      [&] { return CloseHandle(closed) == FALSE; },
+      [&] { return SetEvent(closed) == FALSE; },
+      [&] { return WaitForSingleObject(closed, 0) == WAIT_FAILED; },
+      [&] { return WaitForMultipleObjects(2, pair, FALSE, 0) == WAIT_FAILED; },
+  };
+  for (std::size_t i = 0; i < std::size(refusals); ++i) {
+    SetLastError(0);
+    EXPECT_TRUE(refusals[i]()) << i;
+    EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE) << i;
+  }
+  EXPECT_EQ(WaitForMultipleObjects(0, pair, FALSE, 0), WAIT_FAILED);
+  EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+  EXPECT_TRUE(CloseHandle(live));
+}
+
+TEST(KernelThreads, AHandleIsSignalledWhenTheThreadAndItsObjectsAreGone) {
+  std::atomic<bool> gone = false;
+  DWORD id = 0;
+  const HANDLE mayEnd = NewEvent(manualReset);
+  const std::function<void()> body = [&] {
+    leaver.gone = &gone;
+    id = GetCurrentThreadId();
+    WaitForSingleObject(mayEnd, INFINITE);
+  };
+  const Started thread = Start(body);
+  EXPECT_EQ(WaitForSingleObject(thread.handle, 0), WAIT_TIMEOUT);
+  EXPECT_TRUE(SetEvent(mayEnd));
+  thread.Join();
+  EXPECT_TRUE(gone);
+  EXPECT_EQ(id, thread.id);
+  EXPECT_NE(id, GetCurrentThreadId());
+  EXPECT_TRUE(CloseHandle(mayEnd));
+}
+
+TEST(KernelMessages, AThreadTakesPostsFromItsFirstLookToItsEnd) {
+  const HANDLE looked = NewEvent(autoReset), mayLook = NewEvent(autoReset), mayEnd = NewEvent(autoReset);
+  const std::function<void()> body = [&] {
+    WaitForSingleObject(mayLook, INFINITE);
+    CreateQueue();
+    SetEvent(looked);
+    WaitForSingleObject(mayEnd, INFINITE);
+    EXPECT_EQ(Take(), std::vector<int>{WM_USER});
+  };
+  const Started thread = Start(body);
+  EXPECT_FALSE(PostThreadMessageW(thread.id, WM_USER, 0, 0));
+  EXPECT_EQ(GetLastError(), ERROR_INVALID_THREAD_ID);
+  SetEvent(mayLook);
+  WaitForSingleObject(looked, INFINITE);
+  EXPECT_TRUE(PostThreadMessageW(thread.id, WM_USER, 0, 0));
+  SetEvent(mayEnd);
+  WaitForSingleObject(thread.handle, INFINITE);
+  EXPECT_FALSE(PostThreadMessageW(thread.id, WM_USER, 0, 0));
+  EXPECT_EQ(GetLastError(), ERROR_INVALID_THREAD_ID);
+  thread.Join();
+  for (const HANDLE event : {looked, mayLook, mayEnd}) EXPECT_TRUE(CloseHandle(event));
+}
+
+TEST(KernelMessages, MessagesComeInOrderWithinTheRangeAndKeepTheirParameters) {
+  OnOwnThread([] {
+    CreateQueue();
+    for (const UINT message : {WM_USER + 3, WM_USER, WM_USER + 2, WM_USER}) EXPECT_TRUE(PostHere(message));
+    EXPECT_TRUE(PostThreadMessageW(GetCurrentThreadId(), WM_USER + 9, 7, -8));
+    MSG message{};
+    EXPECT_TRUE(PeekMessageW(&message, nullptr, WM_USER + 9, WM_USER + 9, PM_NOREMOVE));
+    EXPECT_TRUE(PeekMessageW(&message, nullptr, WM_USER + 9, WM_USER + 9, PM_REMOVE));
+    EXPECT_EQ(message.hwnd, nullptr);
+    EXPECT_EQ(message.wParam, 7u);
+    EXPECT_EQ(message.lParam, -8);
+    EXPECT_EQ(DispatchMessageW(&message), 0);
+    EXPECT_EQ(Take(WM_USER, WM_USER), (std::vector<int>{WM_USER, WM_USER}));
+    EXPECT_EQ(Take(), (std::vector<int>{WM_USER + 3, WM_USER + 2}));
+    EXPECT_EQ(Take(), std::vector<int>{});
+  });
+}
+
+TEST(KernelMessages, AQuitComesAfterTheOtherMessagesAndOnce) {
+  OnOwnThread([] {
+    CreateQueue();
+    PostQuitMessage(5);
+    EXPECT_TRUE(PostHere(WM_USER));
+    EXPECT_EQ(MessageWait(), WAIT_OBJECT_0);
+    MSG message{};
+    EXPECT_TRUE(PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE));
+    EXPECT_EQ(message.message, WM_USER);
+    EXPECT_TRUE(PeekMessageW(&message, nullptr, 0, 0, PM_NOREMOVE));
+    EXPECT_TRUE(PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE));
+    EXPECT_EQ(message.message, WM_QUIT);
+    EXPECT_EQ(message.wParam, 5u);
+    EXPECT_FALSE(PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE));
+  });
+}
+
+TEST(KernelMessages, OnlyInputThatCameSinceTheLastLookEndsAWait) {
+  OnOwnThread([] {
+    CreateQueue();
+    EXPECT_EQ(MessageWait(), WAIT_TIMEOUT);
+    EXPECT_TRUE(PostHere(WM_USER));
+    EXPECT_EQ(MessageWait(QS_ALLINPUT & ~QS_POSTMESSAGE), WAIT_TIMEOUT);
+    EXPECT_EQ(MessageWait(), WAIT_OBJECT_0);
+    EXPECT_EQ(MessageWait(), WAIT_OBJECT_0) << "a wait is no look";
+    CreateQueue();
+    EXPECT_EQ(MessageWait(), WAIT_TIMEOUT) << "seen without removal";
+    EXPECT_TRUE(PostHere(WM_USER + 1));
+    EXPECT_EQ(MessageWait(), WAIT_OBJECT_0);
+    MSG message{};
+    EXPECT_TRUE(PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE));
+    EXPECT_EQ(MessageWait(), WAIT_TIMEOUT) << "the second message stays, but the look was after it";
+    EXPECT_EQ(Take(), std::vector<int>{WM_USER + 1});
+  });
+}
+
+TEST(KernelMessages, AWaitForObjectsAndMessagesIsEndedByEither) {
+  const HANDLE signalled = NewEvent(manualReset, true), silent = NewEvent(manualReset);
+  OnOwnThread([&] {
+    CreateQueue();
+    EXPECT_EQ(MessageWait(QS_ALLINPUT, {silent, signalled}), WAIT_OBJECT_0 + 1);
+    EXPECT_TRUE(PostHere(WM_USER));
+    EXPECT_EQ(MessageWait(QS_ALLINPUT, {silent, signalled}), WAIT_OBJECT_0 + 1) << "objects come first";
+    EXPECT_EQ(MessageWait(QS_ALLINPUT, {silent}), WAIT_OBJECT_0 + 1);
+  });
+
+  const HANDLE ready = NewEvent(autoReset), seen = NewEvent(autoReset), go = NewEvent(autoReset);
+  const std::function<void()> body = [&] {
+    CreateQueue();
+    SetEvent(ready);
+    for (int i = 0; i < 500; ++i) {
+      const DWORD expected = WAIT_OBJECT_0 + (i % 2 == 0 ? 1 : 0);
+      EXPECT_EQ(MessageWait(QS_ALLINPUT, {go}, INFINITE), expected);
+      EXPECT_EQ(Take(), i % 2 == 0 ? std::vector<int>{WM_USER} : std::vector<int>{});
+      SetEvent(seen);
+    }
+  };
+  const Started thread = Start(body);
+  WaitForSingleObject(ready, INFINITE);
+  for (int i = 0; i < 500; ++i) {
+    if (i % 2 == 0) {
+      EXPECT_TRUE(PostThreadMessageW(thread.id, WM_USER, 0, 0));
+    } else {
+      EXPECT_TRUE(SetEvent(go));
+    }
+    ASSERT_EQ(WaitForSingleObject(seen, 60000), WAIT_OBJECT_0) << "round " << i;
+  }
+  thread.Join();
+  for (const HANDLE event : {signalled, silent, ready, seen, go}) EXPECT_TRUE(CloseHandle(event));
+}
+
+TEST(KernelText, Utf8AndUtf16ConvertBothWays) {
+  const struct {
+    std::string utf8;
+    Text utf16;
+    bool wellFormed;
+    std::string back;  // what the wide text gives again
+  } cases[] = {
+      {"plain", TEXT("plain"), true, "plain"},
+      {"na\xC3\xAFve \xE2\x82\xAC \xF0\x9F\x8D\x8E", TEXT("na\u00EFve \u20AC \U0001F34E"), true,
+       "na\xC3\xAFve \xE2\x82\xAC \xF0\x9F\x8D\x8E"},
+      {std::string("a\0b", 3), Text(TEXT("a\0b"), 3), true, std::string("a\0b", 3)},
+      {"a\xFFz", TEXT("a\uFFFDz"), false, "a\xEF\xBF\xBDz"},
+      {"a\x80\xE2\x82", TEXT("a\uFFFD\uFFFD"), false, "a\xEF\xBF\xBD\xEF\xBF\xBD"},
+  };
+  for (const auto& one : cases) {
+    SCOPED_TRACE(one.utf8);
+    const int length = static_cast<int>(one.utf8.size());
+    const int size = MultiByteToWideChar(CP_UTF8, 0, one.utf8.data(), length, nullptr, 0);
+    Text wide(static_cast<std::size_t>(size), WCHAR{});
+    EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, one.utf8.data(), length, wide.data(), size), size);
+    EXPECT_TRUE(wide == one.utf16);
+    EXPECT_EQ(MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, one.utf8.data(), length, nullptr, 0),
+              one.wellFormed ? size : 0);
+    EXPECT_TRUE(one.wellFormed || GetLastError() == ERROR_NO_UNICODE_TRANSLATION);
+
+    const int backSize = WideCharToMultiByte(CP_UTF8, 0, wide.data(), size, nullptr, 0, nullptr, nullptr);
+    std::string back(static_cast<std::size_t>(backSize), '\0');
+    EXPECT_EQ(WideCharToMultiByte(CP_UTF8, 0, wide.data(), size, back.data(), backSize, nullptr, nullptr),
+              backSize);
+    EXPECT_EQ(back, one.back);
+  }
+}
+
+TEST(KernelText, ConversionRefusesWhatItCannotDeliver) {
+  WCHAR wide[8];
+  char narrow[8];
+  const WCHAR lone[] = {'a', 0xD800, 'b', 0};
+  EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, "four", -1, wide, 8), 5) << "-1 takes the NUL along";
+  EXPECT_EQ(WideCharToMultiByte(CP_UTF8, 0, lone, -1, narrow, 8, nullptr, nullptr), 6);
+  EXPECT_STREQ(narrow,
+               "a\xEF\xBF\xBD"
+               "b");
+  const struct {
+    std::function<int()> call;
+    DWORD error;
+  } cases[] = {
+      {[&] { return MultiByteToWideChar(CP_UTF8, 0, "four", 4, wide, 3); }, ERROR_INSUFFICIENT_BUFFER},
+      {[&] { return MultiByteToWideChar(CP_UTF8, 0, "four", 0, wide, 8); }, ERROR_INVALID_PARAMETER},
+      {[&] { return WideCharToMultiByte(CP_UTF8, 0, TEXT("\u20AC"), 1, narrow, 2, nullptr, nullptr); },
+       ERROR_INSUFFICIENT_BUFFER},
+      {[&] { return WideCharToMultiByte(CP_UTF8, 0, lone, 0, narrow, 8, nullptr, nullptr); },
+       ERROR_INVALID_PARAMETER},
+      {[&] {
+         return WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, lone, 3, narrow, 8, nullptr, nullptr);
+       },
+       ERROR_NO_UNICODE_TRANSLATION},
+  };
+  for (std::size_t i = 0; i < std::size(cases); ++i) {
+    SetLastError(0);
+    EXPECT_EQ(cases[i].call(), 0) << i;
+    EXPECT_EQ(GetLastError(), cases[i].error) << i;
+  }
+}
+
+TEST(KernelText, LowerCaseGoesBeyondAscii) {
+  Text text = TEXT("C:\\WINDOWS \u00C4\u0416 9");
+  EXPECT_EQ(CharLowerW(text.data()), text.data());
+  EXPECT_TRUE(text == TEXT("c:\\windows \u00E4\u0436 9"));
+}
+
+TEST(KernelVersion, TheMinorVersionCountsOnlyWhereTheMajorOnesAreEqual) {
+  const DWORD packed = GetVersion();
+  const DWORD major = LOBYTE(packed), minor = HIBYTE(packed);
+  const auto holds = [](DWORD wantedMajor, DWORD wantedMinor, BYTE condition) {
+    OSVERSIONINFOEXW wanted{};
+    wanted.dwOSVersionInfoSize = sizeof wanted;
+    wanted.dwMajorVersion = wantedMajor;
+    wanted.dwMinorVersion = wantedMinor;
+    const ULONGLONG conditions =
+        VerSetConditionMask(VerSetConditionMask(0, VER_MAJORVERSION, condition), VER_MINORVERSION, condition);
+    SetLastError(0);
+    const bool held = VerifyVersionInfoW(&wanted, VER_MAJORVERSION | VER_MINORVERSION, conditions) != FALSE;
+    EXPECT_EQ(GetLastError(), held ? 0 : ERROR_OLD_WIN_VERSION);
+    return held;
+  };
+  const struct {
+    DWORD major, minor;
+    bool atLeast, atMost;
+  } cases[] = {{major, minor, true, true},
+               {major, minor + 1, false, true},
+               {major - 1, minor + 1, true, false},
+               {major + 1, 0, false, true}};
+  for (const auto& one : cases) {
+    EXPECT_EQ(holds(one.major, one.minor, VER_GREATER_EQUAL), one.atLeast) << one.major << '.' << one.minor;
+    EXPECT_EQ(holds(one.major, one.minor, VER_LESS_EQUAL), one.atMost) << one.major << '.' << one.minor;
+  }
+}
+
+TEST(KernelProcess, TheErrorModeIsTheProcessesAndTheLastErrorTheThreads) {
+  const UINT before = SetErrorMode(SEM_FAILCRITICALERRORS);
+  SetLastError(1234);
+  OnOwnThread([] {
+    EXPECT_EQ(GetErrorMode(), SEM_FAILCRITICALERRORS);
+    SetLastError(0);
+  });
+  EXPECT_EQ(GetLastError(), 1234u);
+  EXPECT_EQ(SetErrorMode(before), SEM_FAILCRITICALERRORS);
+}
+
+TEST(KernelProcess, LocalTimeIsTheClocksWithAllItsFields) {
+  SYSTEMTIME now{};
+  const std::time_t before = std::time(nullptr);
+  GetLocalTime(&now);
+  const std::time_t after = std::time(nullptr);
+  std::tm parts{};
+  parts.tm_year = now.wYear - 1900;
+  parts.tm_mon = now.wMonth - 1;
+  parts.tm_mday = now.wDay;
+  parts.tm_hour = now.wHour;
+  parts.tm_min = now.wMinute;
+  parts.tm_sec = now.wSecond;
+  parts.tm_isdst = -1;
+  const std::time_t said = std::mktime(&parts);
+  EXPECT_GE(said, before);
+  EXPECT_LE(said, after + 1) << "std::time may read a coarser clock that lags by a tick";
+  EXPECT_EQ(now.wDayOfWeek, parts.tm_wday);
+  EXPECT_LT(now.wMilliseconds, 1000);
+}

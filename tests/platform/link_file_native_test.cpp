@@ -1,0 +1,207 @@
+// Link files as another program reads them (lnkinfo), their properties byte by byte, and the shell's failures
+// and notes that only the native layer can show.
+#include <platform/control.h>
+#include <shlobj.h>
+
+#include <array>
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+
+#include "common/handles.h"
+#include "support/guest.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr GUID appUserModel{0x9F4C2855, 0x9F79, 0x4B39, {0xA8, 0xD0, 0xE1, 0xD4, 0x2D, 0xE1, 0xD5, 0xF3}};
+constexpr PROPERTYKEY pin{appUserModel, 12}, exclude{appUserModel, 8};
+constexpr const WCHAR* linkPath = TEXT("C:\\scratch\\a.lnk");
+
+template <class Interface>
+ComPtr<Interface> Query(IUnknown* object, REFIID iid) {
+  void* found = nullptr;
+  EXPECT_EQ(object->QueryInterface(iid, &found), S_OK);
+  ComPtr<Interface> holder;
+  holder.reset(static_cast<Interface*>(found));
+  return holder;
+}
+
+class LinkFileNativeTest : public GuestTest {
+ protected:
+  void SetUp() override {
+    GuestTest::SetUp();
+    Scratch();
+    ASSERT_EQ(CoInitialize(nullptr), S_OK);
+  }
+  void TearDown() override {
+    CoUninitialize();
+    GuestTest::TearDown();
+  }
+
+  static ComPtr<IShellLinkW> Create() {
+    ComPtr<IShellLinkW> holder;
+    IShellLinkW* link = nullptr;
+    CoCreateInstance(CLSID_ShellLink, nullptr, CLSCTX_INPROC_SERVER, IID_IShellLinkW,
+                     reinterpret_cast<void**>(&link));
+    holder.reset(link);
+    return holder;
+  }
+
+  // A link with all that is written, saved; its properties committed or not.
+  static HRESULT Save(bool commit = true) {
+    const auto link = Create();
+    link->SetPath(TEXT("C:\\scratch\\Sch\u00e4ch (Mac).exe"));
+    link->SetDescription(TEXT("Tessarine Shared Application shortcut"));
+    const auto store = Query<IPropertyStore>(link.get(), IID_IPropertyStore);
+    PROPVARIANT value{};
+    value.vt = VT_UI4;
+    value.ulVal = 7;
+    store->SetValue(pin, value);
+    value.ulVal = 1;
+    store->SetValue(pin, value);
+    value = {};
+    value.vt = VT_BOOL;
+    value.boolVal = VARIANT_TRUE;
+    store->SetValue(exclude, value);
+    if (commit) store->Commit();
+    return Query<IPersistFile>(link.get(), IID_IPersistFile)->Save(linkPath, TRUE);
+  }
+
+  static fs::path HostLink() { return platform::GuestRoot() / "scratch" / "a.lnk"; }
+
+  static std::string Bytes() {
+    std::ifstream file(HostLink(), std::ios::binary);
+    return (std::ostringstream() << file.rdbuf()).str();
+  }
+};
+
+TEST_F(LinkFileNativeTest, AnotherReaderShowsTargetAndDescription) {
+  ASSERT_EQ(Save(), S_OK);
+  FILE* reader = popen(("lnkinfo '" + HostLink().string() + "'").c_str(), "r");
+  ASSERT_TRUE(reader);
+  std::string text;
+  std::array<char, 4096> part;
+  while (const std::size_t count = fread(part.data(), 1, part.size(), reader))
+    text.append(part.data(), count);
+  ASSERT_EQ(pclose(reader), 0) << text;
+  for (const char* line : {": C:\\scratch\\Sch\u00e4ch (Mac).exe\n",
+                           ": Tessarine Shared Application shortcut\n", ": Fixed (3)\n"}) {
+    EXPECT_NE(text.find(line), text.npos) << line << text;
+  }
+  EXPECT_EQ(text.find("Relative path"), text.npos) << "only what was set is in the file";
+  EXPECT_EQ(text.find("arguments"), text.npos);
+}
+
+TEST_F(LinkFileNativeTest, CommittedPropertiesAreInTheFile) {
+  constexpr unsigned char block[] = {0x4A, 0,    0,    0,    0x09, 0,    0,    0xA0,  // block of properties
+                                     0x3E, 0,    0,    0,    '1',  'S',  'P',  'S',   // storage
+                                     0x55, 0x28, 0x4C, 0x9F, 0x79, 0x9F, 0x39, 0x4B, 0xA8,
+                                     0xD0, 0xE1, 0xD4, 0x2D, 0xE1, 0xD5, 0xF3, 0x11, 0,
+                                     0,    0,    12,   0,    0,    0,    0,    19,   0,
+                                     0,    0,    1,    0,    0,    0,  // pin: VT_UI4 1
+                                     0x11, 0,    0,    0,    8,    0,    0,    0,    0,
+                                     11,   0,    0,    0,    0xFF, 0xFF, 0,    0,  // exclude: VT_BOOL
+                                     0,    0,    0,    0,    0,    0,    0,    0,    0,
+                                     0,    0,    0};  // the three ends
+  const std::string expected(reinterpret_cast<const char*>(block), sizeof block);
+  ASSERT_EQ(Save(), S_OK);
+  EXPECT_TRUE(Bytes().ends_with(expected));
+
+  const auto link = Create();
+  ASSERT_EQ(Query<IPersistFile>(link.get(), IID_IPersistFile)->Load(linkPath, 0), S_OK);
+  const auto store = Query<IPropertyStore>(link.get(), IID_IPropertyStore);
+  PROPVARIANT value{};
+  EXPECT_EQ(store->GetValue(pin, &value), S_OK);
+  EXPECT_TRUE(value.vt == VT_UI4 && value.ulVal == 1);
+  EXPECT_EQ(store->GetValue(exclude, &value), S_OK);
+  EXPECT_TRUE(value.vt == VT_BOOL && value.boolVal == VARIANT_TRUE);
+  EXPECT_EQ(store->GetValue({appUserModel, 5}, &value), S_OK);
+  EXPECT_EQ(value.vt, VT_EMPTY);
+
+  ASSERT_EQ(Save(false), S_OK);
+  EXPECT_EQ(Bytes().find("1SPS"), std::string::npos) << "without Commit nothing is stored";
+}
+
+TEST_F(LinkFileNativeTest, NoDamagedLinkIsReadOutOfBounds) {
+  ASSERT_EQ(Save(), S_OK);
+  const std::string whole = Bytes();
+  const auto load = [](const std::string& bytes) {
+    std::ofstream(HostLink(), std::ios::binary) << bytes;
+    return Query<IPersistFile>(Create().get(), IID_IPersistFile)->Load(linkPath, 0);
+  };
+  for (std::size_t size = 0; size + 4 < whole.size(); ++size) {
+    // Up to the end of the description a shorter file is still a link, without properties.
+    const HRESULT result = load(whole.substr(0, size));
+    if (size < whole.find("1SPS") - 12) {
+      EXPECT_EQ(result, E_FAIL) << size;
+    }
+  }
+  for (std::size_t at = 0; at < whole.size(); ++at) {
+    std::string damaged = whole;
+    damaged[at] = static_cast<char>(0xFF);
+    load(damaged);
+  }
+  EXPECT_EQ(load(whole), S_OK);
+}
+
+TEST_F(LinkFileNativeTest, DeniedFoldersStopTheShell) {
+  const fs::path folder = platform::GuestRoot() / "scratch" / "tree" / "denied";
+  fs::create_directories(folder);
+  std::ofstream(folder / "file") << "x";
+  fs::permissions(folder, fs::perms::owner_write, fs::perm_options::remove);
+  SHFILEOPSTRUCTW operation{};
+  operation.wFunc = FO_DELETE;
+  operation.pFrom = TEXT("C:\\scratch\\tree\0");
+  operation.fFlags = FOF_SILENT | FOF_NOCONFIRMATION | FOF_NOERRORUI;
+  EXPECT_EQ(SHFileOperationW(&operation), static_cast<int>(ERROR_ACCESS_DENIED));
+  EXPECT_TRUE(fs::exists(folder / "file"));
+  const auto file = Query<IPersistFile>(Create().get(), IID_IPersistFile);
+  EXPECT_EQ(file->Save(TEXT("C:\\scratch\\tree\\denied\\a.lnk"), TRUE), E_ACCESSDENIED);
+  EXPECT_EQ(SHCreateDirectoryExW(nullptr, TEXT("C:\\scratch\\tree\\denied\\new"), nullptr),
+            static_cast<int>(ERROR_ACCESS_DENIED));
+  fs::permissions(folder, fs::perms::owner_all);
+}
+
+TEST_F(LinkFileNativeTest, SpecialFolderIsMadeOnlyWhenAskedFor) {
+  WCHAR path[MAX_PATH]{};
+  ASSERT_TRUE(SHGetSpecialFolderPathW(nullptr, path, CSIDL_PROGRAMS, FALSE));
+  EXPECT_EQ(WideToUtf8(path), "C:\\Users\\guest\\AppData\\Roaming\\Microsoft\\Windows\\Start Menu\\Programs");
+  ASSERT_TRUE(RemoveDirectoryW(path));
+  EXPECT_FALSE(SHGetSpecialFolderPathW(nullptr, path, CSIDL_PROGRAMS, FALSE));
+  EXPECT_TRUE(SHGetSpecialFolderPathW(nullptr, path, CSIDL_PROGRAMS, TRUE));
+  EXPECT_NE(GetFileAttributesW(path), INVALID_FILE_ATTRIBUTES);
+}
+
+TEST_F(LinkFileNativeTest, NotificationsAreRecordedOnce) {
+  SHChangeNotify(SHCNE_ASSOCCHANGED, SHCNF_IDLIST, nullptr, nullptr);
+  EXPECT_EQ(platform::TakeChangeNotifications(), std::vector<LONG>{SHCNE_ASSOCCHANGED});
+  EXPECT_TRUE(platform::TakeChangeNotifications().empty());
+}
+
+TEST_F(LinkFileNativeTest, PlannedFaultsComeAsResults) {
+  const auto fail = [](std::size_t call) {
+    platform::FaultPlan plan;
+    plan.action = platform::FaultPlan::Action::Fail;
+    plan.call = call;
+    platform::ArmFaultPlan(plan);
+  };
+  fail(1);
+  void* object = nullptr;
+  EXPECT_EQ(CoCreateInstance(CLSID_ShellLink, nullptr, CLSCTX_INPROC_SERVER, IID_IShellLinkW, &object),
+            REGDB_E_CLASSNOTREG);
+  platform::DisarmFaultPlan();
+  const auto link = Create();
+  fail(1);
+  EXPECT_EQ(link->QueryInterface(IID_IPersistFile, &object), E_NOINTERFACE);
+  EXPECT_EQ(object, nullptr);
+  platform::DisarmFaultPlan();
+  const auto file = Query<IPersistFile>(link.get(), IID_IPersistFile);
+  fail(1);
+  EXPECT_EQ(file->Save(linkPath, TRUE), E_ACCESSDENIED);
+  platform::DisarmFaultPlan();
+  EXPECT_FALSE(fs::exists(HostLink()));
+}
+
+}  // namespace

@@ -1,0 +1,241 @@
+// Modules as data and resource updates, on images of every layout, as every build must have them.
+// The images are not real programs of this system: they hold just what an update has to keep.
+#include <gtest/gtest.h>
+
+#include "pe_file.h"
+#include "support/guest.h"
+
+namespace {
+
+class ResourcesTest : public GuestTest {
+ protected:
+  void SetUp() override {
+    GuestTest::SetUp();
+    path = Scratch() + TEXT("\\Chess (Mac).exe");
+  }
+
+  WideString path;
+};
+
+struct Variant {
+  const char* name;
+  stub::Layout layout;
+};
+
+const Variant variants[] = {
+    {"64 bit", {}},
+    {"32 bit", {.wide = false}},
+    {"without resources", {.resources = false}},
+    {"followed by another section", {.relocations = true}},
+    {"32 bit, without resources, with another section",
+     {.wide = false, .resources = false, .relocations = true}},
+};
+
+pe::Bytes Pattern(std::size_t size) {
+  pe::Bytes bytes(size, '\0');
+  for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>(i * 31 + i / 256);
+  return bytes;
+}
+
+TEST_F(ResourcesTest, CommitAddsResourcesAndKeepsTheRest) {
+  for (const auto& [name, layout] : variants) {
+    SCOPED_TRACE(name);
+    const pe::Bytes before = pe::Stub(layout);
+    ASSERT_TRUE(pe::Write(path, before));
+    auto expected = pe::List(path).value();
+    ASSERT_EQ(expected.size(), layout.resources ? 1u : 0u);
+
+    // Small, then far larger than a page, then small again.
+    for (const std::size_t iconSize : {std::size_t{40}, std::size_t{70'001}, std::size_t{1}}) {
+      const HANDLE update = BeginUpdateResourceW(path.c_str(), FALSE);
+      ASSERT_NE(update, nullptr);
+      EXPECT_TRUE(pe::Put(update, RT_RCDATA, MAKEINTRESOURCE(260), 0, "id"));
+      EXPECT_TRUE(pe::Put(update, RT_RCDATA, MAKEINTRESOURCE(57005), 0, "mice was here"));
+      EXPECT_TRUE(pe::Put(update, RT_VERSION, MAKEINTRESOURCE(1), 0x400, Pattern(700)));
+      EXPECT_TRUE(pe::Put(update, RT_ICON, MAKEINTRESOURCE(449), 0x400, Pattern(iconSize)));
+      EXPECT_TRUE(pe::Put(update, RT_GROUP_ICON, MAKEINTRESOURCE(448), 0x400, "group"));
+      ASSERT_TRUE(EndUpdateResourceW(update, FALSE));
+      expected["10/260/0"] = "id";
+      expected["10/57005/0"] = "mice was here";
+      expected["16/1/1024"] = Pattern(700);
+      expected["3/449/1024"] = Pattern(iconSize);
+      expected["14/448/1024"] = "group";
+      EXPECT_EQ(pe::List(path), expected) << iconSize;
+
+      const pe::Bytes after = pe::Read(path);
+      const auto sections = pe::Sections(after);
+      for (const auto& [section, content] : pe::Sections(before)) {
+        if (section == ".rsrc") continue;
+        EXPECT_EQ(sections.at(section).bytes, content.bytes) << section;
+      }
+      // The loader wants sections in the order of their addresses, each right behind the one before.
+      DWORD end = 0x1000;
+      for (std::size_t i = 0; i < pe::SectionCount(after); ++i) {
+        const std::size_t header = pe::SectionTable(after) + i * 40;
+        EXPECT_EQ(pe::At<DWORD>(after, header + 12), end) << i;
+        end += (pe::At<DWORD>(after, header + 8) + 0xFFF) / 0x1000 * 0x1000;
+      }
+      EXPECT_EQ(pe::At<DWORD>(after, pe::OptionalHeader(after) + 56), end);
+    }
+  }
+}
+
+TEST_F(ResourcesTest, OnlyTheSameTypeNameAndLanguageIsReplaced) {
+  ASSERT_TRUE(pe::Write(path, pe::Stub()));
+  const HANDLE update = BeginUpdateResourceW(path.c_str(), FALSE);
+  EXPECT_TRUE(pe::Put(update, RT_RCDATA, MAKEINTRESOURCE(1), 0x409, "language"));
+  EXPECT_TRUE(pe::Put(update, RT_RCDATA, MAKEINTRESOURCE(2), 0, "name"));
+  EXPECT_TRUE(pe::Put(update, RT_ICON, MAKEINTRESOURCE(1), 0, "type"));
+  EXPECT_TRUE(EndUpdateResourceW(update, FALSE));
+  pe::Resources expected{
+      {"10/1/0", "template"}, {"10/1/1033", "language"}, {"10/2/0", "name"}, {"3/1/0", "type"}};
+  EXPECT_EQ(pe::List(path), expected);
+
+  const HANDLE second = BeginUpdateResourceW(path.c_str(), FALSE);
+  EXPECT_TRUE(pe::Put(second, RT_RCDATA, MAKEINTRESOURCE(1), 0, "first"));
+  EXPECT_TRUE(pe::Put(second, RT_RCDATA, MAKEINTRESOURCE(1), 0, "replaced"));
+  EXPECT_TRUE(EndUpdateResourceW(second, FALSE));
+  expected["10/1/0"] = "replaced";
+  EXPECT_EQ(pe::List(path), expected);
+
+  const HANDLE third = BeginUpdateResourceW(path.c_str(), TRUE);
+  EXPECT_TRUE(pe::Put(third, RT_RCDATA, MAKEINTRESOURCE(5), 0, "alone"));
+  EXPECT_TRUE(EndUpdateResourceW(third, FALSE));
+  EXPECT_EQ(pe::List(path), (pe::Resources{{"10/5/0", "alone"}}));
+}
+
+TEST_F(ResourcesTest, NothingChangesBeforeTheCommitOrByADiscard) {
+  const pe::Bytes before = pe::Stub();
+  ASSERT_TRUE(pe::Write(path, before));
+  for (const BOOL discard : {TRUE, FALSE}) {
+    const HANDLE update = BeginUpdateResourceW(path.c_str(), FALSE);
+    EXPECT_TRUE(pe::Put(update, RT_RCDATA, MAKEINTRESOURCE(260), 0, "id"));
+    EXPECT_EQ(pe::Read(path), before);
+    EXPECT_TRUE(EndUpdateResourceW(update, discard));
+    EXPECT_EQ(pe::Read(path) == before, discard == TRUE);
+    EXPECT_FALSE(EndUpdateResourceW(update, discard)) << "the handle is gone";
+  }
+}
+
+TEST_F(ResourcesTest, DataOfNoBytesIsRefusedAndTheUpdateGoesOn) {
+  ASSERT_TRUE(pe::Write(path, pe::Stub()));
+  const HANDLE update = BeginUpdateResourceW(path.c_str(), FALSE);
+  EXPECT_FALSE(pe::Put(update, RT_RCDATA, MAKEINTRESOURCE(2), 0, ""));
+  EXPECT_FALSE(UpdateResourceW(update, RT_RCDATA, MAKEINTRESOURCE(2), 0, nullptr, 3));
+  EXPECT_TRUE(pe::Put(update, RT_RCDATA, MAKEINTRESOURCE(3), 0, "x"));
+  EXPECT_TRUE(EndUpdateResourceW(update, FALSE));
+  EXPECT_EQ(pe::List(path), (pe::Resources{{"10/1/0", "template"}, {"10/3/0", "x"}}));
+}
+
+TEST_F(ResourcesTest, NamesAreTextWithoutCaseOrNumbers) {
+  ASSERT_TRUE(pe::Write(path, pe::Stub()));
+  const HANDLE update = BeginUpdateResourceW(path.c_str(), FALSE);
+  EXPECT_TRUE(pe::Put(update, TEXT("myType"), TEXT("#77"), 0, "a"));
+  EXPECT_TRUE(pe::Put(update, RT_RCDATA, TEXT("zName"), 0, "b"));
+  EXPECT_TRUE(pe::Put(update, RT_RCDATA, TEXT("aName"), 0, "c"));
+  EXPECT_TRUE(EndUpdateResourceW(update, FALSE));
+  EXPECT_EQ(pe::List(path),
+            (pe::Resources{
+                {"MYTYPE/77/0", "a"}, {"10/ZNAME/0", "b"}, {"10/ANAME/0", "c"}, {"10/1/0", "template"}}));
+  const HMODULE module = LoadLibraryW(path.c_str());
+  EXPECT_EQ(pe::Find(module, TEXT("MyTYPE"), MAKEINTRESOURCE(77), 0), "a");
+  EXPECT_EQ(pe::Find(module, TEXT("#10"), TEXT("zname"), 0), "b");
+  EXPECT_TRUE(FreeLibrary(module));
+}
+
+TEST_F(ResourcesTest, LanguagesStandInForEachOther) {
+  ASSERT_TRUE(pe::Write(path, pe::Stub()));
+  const struct {
+    WORD id;
+    std::vector<WORD> languages;
+    std::map<WORD, int> found;  // asked to found; -1: none
+  } cases[] = {
+      {20, {0x409}, {{0, 0x409}, {0x400, 0x409}, {0x409, 0x409}, {9, -1}, {0x809, -1}}},
+      {21, {0}, {{0, 0}, {0x400, 0}, {0x409, 0}, {0x80C, 0}}},
+      {22, {0x407, 0x409}, {{0, 0x409}, {0x407, 0x407}, {0x40C, -1}}},
+      {23, {0x407, 0x40C}, {{0, 0x407}, {0x400, 0x407}, {7, -1}}},
+      {24, {9, 0x407}, {{0, 9}, {0x409, 9}, {0x809, 9}, {0x407, 0x407}}},
+      {25, {0, 0x400}, {{0, 0}, {0x400, 0x400}, {0x407, 0}}},
+  };
+  const HANDLE update = BeginUpdateResourceW(path.c_str(), FALSE);
+  for (const auto& one : cases) {
+    for (const WORD language : one.languages) {
+      EXPECT_TRUE(pe::Put(update, RT_RCDATA, MAKEINTRESOURCE(one.id), language, std::to_string(language)));
+    }
+  }
+  EXPECT_TRUE(EndUpdateResourceW(update, FALSE));
+  const HMODULE module = LoadLibraryW(path.c_str());
+  for (const auto& one : cases) {
+    for (const auto& [asked, found] : one.found) {
+      EXPECT_EQ(pe::Find(module, RT_RCDATA, MAKEINTRESOURCE(one.id), asked).value_or("-1"),
+                std::to_string(found))
+          << one.id << " " << asked;
+    }
+  }
+  const auto errorOf = [&](LPCWSTR type, WORD name) -> DWORD {
+    return FindResourceExW(module, type, MAKEINTRESOURCE(name), 0x809) ? 0 : GetLastError();
+  };
+  EXPECT_EQ(errorOf(RT_ICON, 20), DWORD{ERROR_RESOURCE_TYPE_NOT_FOUND});
+  EXPECT_EQ(errorOf(RT_RCDATA, 99), DWORD{ERROR_RESOURCE_NAME_NOT_FOUND});
+  EXPECT_EQ(errorOf(RT_RCDATA, 20), DWORD{ERROR_RESOURCE_LANG_NOT_FOUND});
+  EXPECT_TRUE(FreeLibrary(module));
+}
+
+TEST_F(ResourcesTest, ALoadedFileTakesNoCommitUntilItIsFreed) {
+  const pe::Bytes before = pe::Stub();
+  for (const bool asData : {false, true}) {
+    ASSERT_TRUE(pe::Write(path, before));
+    const HMODULE module = LoadLibraryExW(path.c_str(), nullptr, asData ? LOAD_LIBRARY_AS_DATAFILE : 0);
+    ASSERT_NE(module, nullptr);
+    // Whether the update can begin is left open.
+    const HANDLE update = BeginUpdateResourceW(path.c_str(), FALSE);
+    if (update) {
+      EXPECT_TRUE(pe::Put(update, RT_RCDATA, MAKEINTRESOURCE(260), 0, "id"));
+      EXPECT_FALSE(EndUpdateResourceW(update, FALSE));
+    }
+    EXPECT_EQ(pe::Read(path), before);
+    EXPECT_EQ(pe::Find(module, RT_RCDATA, MAKEINTRESOURCE(1), 0), "template");
+    if (!asData) {
+      EXPECT_FALSE(DeleteFileW(path.c_str()));
+    }
+    EXPECT_TRUE(FreeLibrary(module));
+    EXPECT_FALSE(FreeLibrary(module));
+
+    const HANDLE again = BeginUpdateResourceW(path.c_str(), FALSE);
+    EXPECT_TRUE(pe::Put(again, RT_RCDATA, MAKEINTRESOURCE(260), 0, "id"));
+    EXPECT_TRUE(EndUpdateResourceW(again, FALSE));
+  }
+}
+
+TEST_F(ResourcesTest, FilesThatAreNoModules) {
+  const struct {
+    const WCHAR* name;
+    std::optional<pe::Bytes> content;  // none: no such file
+    DWORD error;
+  } cases[] = {
+      {TEXT("\\missing.exe"), {}, ERROR_MOD_NOT_FOUND},
+      {TEXT("\\none\\missing.exe"), {}, ERROR_MOD_NOT_FOUND},
+      {TEXT("\\empty.exe"), pe::Bytes(), ERROR_BAD_EXE_FORMAT},
+      {TEXT("\\text.exe"), pe::Bytes(3000, 'x'), ERROR_BAD_EXE_FORMAT},
+      {TEXT("\\old.exe"), "MZ" + pe::Bytes(3000, '\0'), ERROR_BAD_EXE_FORMAT},
+  };
+  for (const auto& one : cases) {
+    const WideString name = Scratch() + one.name;
+    if (one.content) {
+      ASSERT_TRUE(pe::Write(name, *one.content));
+    }
+    EXPECT_EQ(LoadLibraryW(name.c_str()), nullptr);
+    EXPECT_EQ(GetLastError(), one.error) << pe::NameOf(one.name);
+    EXPECT_EQ(BeginUpdateResourceW(name.c_str(), FALSE), nullptr) << pe::NameOf(one.name);
+  }
+  EXPECT_EQ(BeginUpdateResourceW(Scratch().c_str(), FALSE), nullptr);
+
+  // An update of a file that has gone in the meantime does not bring it back.
+  ASSERT_TRUE(pe::Write(path, pe::Stub()));
+  const HANDLE update = BeginUpdateResourceW(path.c_str(), FALSE);
+  EXPECT_TRUE(DeleteFileW(path.c_str()));
+  EXPECT_FALSE(EndUpdateResourceW(update, FALSE));
+  EXPECT_EQ(pe::Read(path), "<unreadable>");
+}
+
+}  // namespace

@@ -1,0 +1,13 @@
+// What Wine is known to do otherwise than Windows, each difference stated once. The test beside this file
+// fails when one of them closes, so that what hides behind it comes to light.
+#pragma once
+
+enum class Gap {
+  UserClasses,     // HKEY_CLASSES_ROOT does not show the current user's classes
+  LinkProperties,  // a shell link's property store takes values, but does not give them back
+  ProgIdQuery,     // the ProgID of an extension that has one is E_NOTIMPL
+  ExpandedText,    // SHGetValueW expands a REG_EXPAND_SZ and reports it as REG_SZ
+};
+
+// False on every platform but Wine.
+bool Lacks(Gap gap);

@@ -1,0 +1,67 @@
+// The known differences, measured.
+#include "support/gaps.h"
+
+#include <windows.h>
+
+#include <propsys.h>
+#include <shlobj.h>
+#include <shlwapi.h>
+
+#include "common/handles.h"
+#include "support/guest.h"
+#include "support/hive.h"
+
+namespace {
+
+class PlatformGaps : public GuestTest {};
+
+bool UserClassesAreShown() {
+  hive::PutKey("Software\\Classes\\VelomiraGap");
+  HKEY key = nullptr;
+  if (RegOpenKeyExW(HKEY_CLASSES_ROOT, TEXT("VelomiraGap"), 0, KEY_READ, &key) != ERROR_SUCCESS) return false;
+  RegCloseKey(key);
+  return true;
+}
+
+bool LinkPropertiesComeBack() {
+  constexpr PROPERTYKEY key = {{0x9F4C2855, 0x9F79, 0x4B39, {0xA8, 0xD0, 0xE1, 0xD4, 0x2D, 0xE1, 0xD5, 0xF3}},
+                               12};
+  void* made = nullptr;
+  EXPECT_GE(CoCreateInstance(CLSID_ShellLink, nullptr, CLSCTX_INPROC_SERVER, IID_IPropertyStore, &made), 0);
+  if (made == nullptr) return false;
+  const ComPtr<IPropertyStore> store(static_cast<IPropertyStore*>(made));
+  PROPVARIANT value{};
+  value.vt = VT_UI4;
+  value.ulVal = 1;
+  store->SetValue(key, value);
+  store->Commit();
+  PROPVARIANT back{};
+  store->GetValue(key, &back);
+  return back.vt == VT_UI4;
+}
+
+bool ExpandableTextStaysAsItIs() {
+  hive::PutText("Software\\Classes", "VelomiraGap", "%windir%", REG_EXPAND_SZ);
+  WCHAR text[64]{};
+  DWORD type = REG_NONE, size = sizeof text;
+  SHGetValueW(HKEY_CURRENT_USER, TEXT("Software\\Classes"), TEXT("VelomiraGap"), &type, text, &size);
+  return type == REG_EXPAND_SZ && WideString(text) == TEXT("%windir%");
+}
+
+bool ProgIdsAreReported() {
+  const hive::MachineAssociation associated("velomiragap", true);
+  DWORD size = 0xFFFFFFFF;
+  return AssocQueryStringW(ASSOCF_INIT_IGNOREUNKNOWN | ASSOCF_NOTRUNCATE, static_cast<ASSOCSTR>(20),
+                           TEXT(".velomiragap"), nullptr, nullptr, &size) != E_NOTIMPL;
+}
+
+TEST_F(PlatformGaps, AreAsTheyAreKnown) {
+  EXPECT_NE(UserClassesAreShown(), Lacks(Gap::UserClasses));
+  EXPECT_NE(ExpandableTextStaysAsItIs(), Lacks(Gap::ExpandedText));
+  EXPECT_NE(ProgIdsAreReported(), Lacks(Gap::ProgIdQuery));
+  ASSERT_GE(CoInitialize(nullptr), 0);
+  EXPECT_NE(LinkPropertiesComeBack(), Lacks(Gap::LinkProperties));
+  CoUninitialize();
+}
+
+}  // namespace

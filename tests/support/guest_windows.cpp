@@ -1,0 +1,42 @@
+// The guest of a test under Windows: the keys and folders of the user that the module touches, emptied before
+// each test. Only for a user and a machine that are there for the tests.
+#include <windows.h>
+
+#include <shlobj.h>
+#include <shlwapi.h>
+
+#include <filesystem>
+
+#include "support/guest.h"
+
+namespace {
+
+std::filesystem::path Folder(int csidl) {
+  WCHAR path[MAX_PATH]{};
+  if (FAILED(SHGetFolderPathW(nullptr, csidl | CSIDL_FLAG_CREATE, nullptr, 0, path))) std::abort();
+  return path;
+}
+
+void Clear() {
+  SHDeleteKeyW(HKEY_CURRENT_USER, TEXT("Software\\Classes"));
+  SHDeleteKeyW(HKEY_CURRENT_USER, TEXT("Software\\RegisteredApplications"));
+  SHDeleteKeyW(HKEY_CURRENT_USER, TEXT("Software\\Tessarine"));
+  SHDeleteKeyW(HKEY_LOCAL_MACHINE, TEXT("Software\\Tessarine"));
+  HKEY classes = nullptr;
+  RegCreateKeyExW(HKEY_CURRENT_USER, TEXT("Software\\Classes"), 0, nullptr, 0, KEY_READ, nullptr, &classes, nullptr);
+  RegCloseKey(classes);
+  std::filesystem::remove_all(Folder(CSIDL_APPDATA) / L"Tessarine");
+  std::filesystem::remove_all(Folder(CSIDL_PROGRAMS) / L"Tessarine Shared Applications");
+  std::filesystem::remove_all(L"C:\\scratch");
+}
+
+}  // namespace
+
+void GuestTest::SetUp() { Clear(); }
+
+void GuestTest::TearDown() {}
+
+WideString GuestTest::Scratch() {
+  std::filesystem::create_directories(L"C:\\scratch");
+  return TEXT("C:\\scratch");
+}

@@ -1,0 +1,27 @@
+// Runs a piece of a test in a process of its own: for what a process decides once and keeps until its end,
+// such as the place of the log and its open file. The failures of the piece are printed there, and fail the
+// test here.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+// The process begins the test anew, fixture included, and ends after `body`; only there does `body` run.
+template <class Body>
+void InOwnProcess(Body body) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        body();
+        const bool failed = ::testing::Test::HasFailure();
+        // The fixture's end, which cleans up, is not reached.
+        const std::string guest = "velomira-" + std::to_string(GetCurrentProcessId());
+        if (!failed) std::filesystem::remove_all(std::filesystem::temp_directory_path() / guest);
+        std::exit(failed ? 1 : 0);
+      },
+      ::testing::ExitedWithCode(0), "");
+}

@@ -1,0 +1,53 @@
+// The applications that the simulated host shares: a folder with catalogue.json and PNG icons, read whole
+// into memory. Every failure is a std::runtime_error that names the file (or the application) and the reason.
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/wire.h"
+
+namespace host {
+
+// One image as it goes to the guest: a BMP file, bottom-up.
+struct Icon {
+  std::string file;      // in the catalogue's folder
+  int size = 0;          // width in pixels
+  bool accepted = true;  // 32 bits per pixel, the one kind that the guest takes; otherwise 24 bits
+  Bytes bmp;
+};
+
+struct Application {
+  std::string bundleId;
+  std::string name;
+  std::vector<std::string> documentTypes;  // without the dot
+  std::vector<std::string> defaultTypes;
+  bool anyType = false;
+  std::vector<std::string> urlSchemes;  // without the colon
+  std::vector<Icon> icons;
+};
+
+// Reads a PNG of at most 256 by 256 pixels.
+Icon LoadIcon(const std::filesystem::path& folder, const std::string& file);
+// The same picture in the kind that the guest refuses.
+Icon RefusedIcon(const Icon& icon);
+
+class Catalogue {
+ public:
+  static Catalogue Load(const std::filesystem::path& folder);
+
+  const std::vector<Application>& applications() const { return applications_; }
+  const Application* Find(std::string_view name) const;
+
+  // Edits refuse what Load refuses: bad or double names, double identifiers, more than one reply can hold.
+  void Add(Application application);
+  void Remove(std::string_view name);
+  void Rename(std::string_view name, const std::string& newName);
+
+ private:
+  std::vector<Application> applications_;
+};
+
+}  // namespace host

@@ -1,0 +1,140 @@
+// The session's commands and their time limit. A command is over when the guest has a receive outstanding
+// again, because it runs every command to its end before it asks for the next.
+#include "host/session.h"
+
+#include <future>
+#include <stdexcept>
+#include <thread>
+
+namespace host {
+namespace {
+
+[[noreturn]] void Fail(const std::string& what) {
+  throw std::runtime_error(what);
+}
+
+}  // namespace
+
+Session::Session(const std::filesystem::path& module, std::chrono::milliseconds limit)
+    : limit_(limit), gate_(CreateGate()), module_(LoadModule(module)) {
+  gate_->Serve([this](std::span<const std::byte> envelope) { return Answer(envelope); });
+}
+
+Session::~Session() {
+  if (running_ && !stuck_) {
+    try {
+      Stop();
+    } catch (const std::exception&) {
+      stuck_ = true;  // a failure is on its way out already, or the caller did not ask
+    }
+  }
+  if (stuck_) {  // the module's thread still uses both
+    gate_->Serve({});
+    static_cast<void>(gate_.release());
+    static_cast<void>(module_.release());
+  }
+}
+
+void Session::Watch(Watcher watcher) {
+  std::lock_guard lock(mutex_);
+  watcher_ = std::move(watcher);
+}
+
+void Session::Share(Catalogue catalogue) {
+  std::lock_guard lock(mutex_);
+  catalogue_ = std::move(catalogue);
+}
+
+Reply Session::Answer(std::span<const std::byte> envelope) {
+  std::lock_guard lock(mutex_);
+  const Question question = ReadQuestion(envelope);
+  if (question.code == 100) ++requests_.announcements;
+  if (question.code == 102) ++requests_.lists;
+  if (question.code == 103) ++requests_.icons;
+  if (question.code == 104) ++requests_.details;
+  asked_.notify_all();
+  if (watcher_) watcher_(question);
+  return AnswerCommand(catalogue_, envelope);
+}
+
+std::int32_t Session::WithinLimit(const char* what, std::function<std::int32_t()> call) {
+  std::packaged_task<std::int32_t()> task(std::move(call));
+  std::future<std::int32_t> result = task.get_future();
+  std::thread thread(std::move(task));
+  if (result.wait_for(limit_) == std::future_status::timeout) {
+    thread.detach();
+    stuck_ = true;
+    Fail(std::string(what) + " did not return within the time limit");
+  }
+  thread.join();
+  return result.get();
+}
+
+void Session::WaitIdle(const char* what) {
+  if (gate_->WaitIdle(limit_)) return;
+  stuck_ = true;
+  Fail(std::string("the guest was not ready again within the time limit, after: ") + what);
+}
+
+// The announcement goes out while a receive is outstanding, so an idle guest may still be about to send it.
+void Session::WaitAnnounced() {
+  std::unique_lock lock(mutex_);
+  if (!asked_.wait_for(lock, limit_, [this] { return requests_.announcements > 0; })) {
+    Fail("the guest did not announce itself within the time limit");
+  }
+}
+
+void Session::Start() {
+  if (running_) Fail("the module runs already");
+  const std::int32_t result = WithinLimit("StartTool", [module = module_.get()] { return module->Start(); });
+  if (result != 0) Fail("StartTool returned " + std::to_string(result));
+  running_ = true;
+  WaitIdle("start");
+  WaitAnnounced();
+}
+
+void Session::Announce() {
+  Command("request to announce", AnnounceCommand());
+  WaitAnnounced();
+}
+
+Requests Session::Command(const char* what, std::span<const std::byte> envelope) {
+  if (!running_) Fail("the module does not run");
+  {
+    std::lock_guard lock(mutex_);
+    requests_ = {};
+  }
+  gate_->Push(envelope);
+  WaitIdle(what);
+  const GateFacts facts = gate_->Facts();
+  if (!facts.breaches.empty()) Fail("the guest broke the gate's contract: " + facts.breaches.front());
+  std::lock_guard lock(mutex_);
+  return requests_;
+}
+
+Requests Session::On() {
+  const Requests seen = Command("sharing on", SharingCommand(true));
+  if (seen.lists != 1) {
+    Fail("after \"on\" the guest asked for the list " + std::to_string(seen.lists) + " times, not once");
+  }
+  return seen;
+}
+
+Requests Session::Off() {
+  const Requests seen = Command("sharing off", SharingCommand(false));
+  if (seen.lists + seen.icons + seen.details != 0)
+    Fail("after \"off\" the guest still asked for applications");
+  return seen;
+}
+
+void Session::Stop() {
+  if (!running_) Fail("the module does not run");
+  WithinLimit("StopTool", [module = module_.get()] { return module->Stop(); });
+  running_ = false;
+  const GateFacts facts = gate_->Facts();
+  if (facts.opens != facts.closes) {
+    Fail("the module left " + std::to_string(facts.opens - facts.closes) + " handles of the gate open");
+  }
+}
+
+}  // namespace host

@@ -1,0 +1,39 @@
+// What the host tool must ask of the machine it runs on, and what differs between its two builds: natively
+// the guest is a folder of the machine and a registry in memory, on Windows it is the machine itself.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <string>
+
+namespace host {
+
+// The module, loaded as a library, by its three exports. Destroying it unloads the library.
+class Module {
+ public:
+  virtual ~Module() = default;
+  virtual std::int32_t Start() = 0;
+  virtual std::int32_t Stop() = 0;
+  virtual std::int32_t Notify(std::uint32_t code) = 0;
+};
+
+// Throws std::runtime_error when the library or one of the exports is missing.
+std::unique_ptr<Module> LoadModule(const std::filesystem::path& library);
+std::filesystem::path DefaultModule();  // the module of this build, beside the tool
+
+// Prepares the machine's console for UTF-8. True when a person types the input.
+bool OpenConsole();
+
+// Makes `folder` drive C of the guest, with the registry that an earlier run saved there; an empty path means
+// the guest that the machine has. Throws std::runtime_error when this build cannot do it.
+void OpenGuest(const std::filesystem::path& folder);
+// Saves what would not outlive the process (the registry, natively), as text; the file's path, or an empty
+// one.
+std::filesystem::path SaveGuest();
+std::filesystem::path DriveC();
+
+// The folder of the tool itself.
+std::filesystem::path ToolFolder();
+
+}  // namespace host

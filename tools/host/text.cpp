@@ -1,0 +1,65 @@
+// Conversion and comparison of the host tool's text. Ill-formed text converts to an empty one.
+#include "host/text.h"
+
+#include <algorithm>
+
+namespace host {
+namespace {
+
+unsigned char Fold(char c) {
+  return static_cast<unsigned char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
+}
+
+// Separators sort below every letter, so that what lies below a key follows it at once.
+int Rank(char c) {
+  return c == valueMark ? 0 : c == '\\' ? 1 : Fold(c) + 2;
+}
+
+}  // namespace
+
+std::basic_string<WCHAR> Widen(std::string_view utf8) {
+  const int bytes = static_cast<int>(utf8.size());
+  std::basic_string<WCHAR> wide;
+  if (bytes == 0) return wide;
+  const int units = MultiByteToWideChar(CP_UTF8, 0, utf8.data(), bytes, nullptr, 0);
+  wide.resize(static_cast<std::size_t>(units));
+  MultiByteToWideChar(CP_UTF8, 0, utf8.data(), bytes, wide.data(), units);
+  return wide;
+}
+
+std::string Narrow(std::basic_string_view<WCHAR> utf16) {
+  const int units = static_cast<int>(utf16.size());
+  std::string utf8;
+  if (units == 0) return utf8;
+  const int bytes = WideCharToMultiByte(CP_UTF8, 0, utf16.data(), units, nullptr, 0, nullptr, nullptr);
+  utf8.resize(static_cast<std::size_t>(bytes));
+  WideCharToMultiByte(CP_UTF8, 0, utf16.data(), units, utf8.data(), bytes, nullptr, nullptr);
+  return utf8;
+}
+
+bool EqualNoCase(std::string_view a, std::string_view b) {
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                    [](char x, char y) { return Fold(x) == Fold(y); });
+}
+
+bool PathLess::operator()(std::string_view a, std::string_view b) const {
+  return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end(),
+                                      [](char x, char y) { return Rank(x) < Rank(y); });
+}
+
+std::string WithThousands(std::uint64_t number) {
+  std::string text = std::to_string(number);
+  for (std::size_t i = text.size(); i > 3; i -= 3) text.insert(i - 3, ",");
+  return text;
+}
+
+std::string PathText(const std::filesystem::path& path) {
+  const std::u8string text = path.u8string();
+  return {text.begin(), text.end()};
+}
+
+std::filesystem::path PathOf(std::string_view utf8) {
+  return std::u8string(utf8.begin(), utf8.end());
+}
+
+}  // namespace host

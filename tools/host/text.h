@@ -1,0 +1,30 @@
+// Text of the host tool: UTF-8 everywhere, UTF-16 only at the platform's calls. Case is folded for ASCII
+// letters alone, which is what catalogue checks and listings need.
+#pragma once
+
+#include <windows.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+namespace host {
+
+std::basic_string<WCHAR> Widen(std::string_view utf8);
+std::string Narrow(std::basic_string_view<WCHAR> utf16);
+
+bool EqualNoCase(std::string_view a, std::string_view b);
+
+// Orders paths of the guest as a tree is printed: a key, its values (behind valueMark), its subkeys.
+inline constexpr char valueMark = '\x01';
+struct PathLess {
+  using is_transparent = void;
+  bool operator()(std::string_view a, std::string_view b) const;
+};
+
+std::string WithThousands(std::uint64_t number);  // 12345 as "12,345"
+std::string PathText(const std::filesystem::path& path);
+std::filesystem::path PathOf(std::string_view utf8);
+
+}  // namespace host
