@@ -204,8 +204,9 @@ def png(rows):
 def main():
     folder = pathlib.Path(__file__).parent
     large = {cafe_chess: 256, loom: 256, postcard: 256}
-    drawings = (cafe_chess, ink_garden, tidepool, loom, starling, parcel, lantern, metronome, postcard, compass)
-    for drawing in drawings:
+    for drawing in (
+        cafe_chess, ink_garden, tidepool, loom, starling, parcel, lantern, metronome, postcard, compass
+    ):
         for size in (*SIZES, large.get(drawing, 128)):
             name = f"{drawing.__name__.replace('_', '-')}-{size}.png"
             (folder / name).write_bytes(png(pixels(drawing(), size)))

@@ -60,11 +60,9 @@ Layout CheckedLayout(std::span<const std::byte> bitmap) {
   const auto height = static_cast<std::uint64_t>(header.height);
   const std::uint64_t colorStride = (32 * width + 31) / 8 & ~std::uint64_t{3};
   const std::uint64_t maskStride = (width + 31) / 8 & ~std::uint64_t{3};
-  const std::uint64_t total = infoHeaderSize + (colorStride + maskStride) * height;  // below 2^32 * 2^34
-  if (colorStride > std::numeric_limits<std::uint32_t>::max() ||
-      total > std::numeric_limits<std::uint32_t>::max()) {
-    XDT_RAISE("Invalid bmp dimensions");
-  }
+  constexpr std::uint64_t longest = std::numeric_limits<std::uint32_t>::max();
+  if (colorStride > longest) XDT_RAISE("Invalid bmp dimensions");  // so that the next product fits 64 bits
+  if (infoHeaderSize + (colorStride + maskStride) * height > longest) XDT_RAISE("Invalid bmp dimensions");
   if (bitmap.size() - sizeof header < colorStride * height) XDT_RAISE("Bitmap data is truncated");
   return {static_cast<std::size_t>(width), static_cast<std::size_t>(height),
           static_cast<std::size_t>(colorStride), static_cast<std::size_t>(maskStride)};

@@ -131,15 +131,24 @@ bool IsSameFile(const Location& location, HANDLE open) {
          named.nFileIndexHigh == opened.nFileIndexHigh && named.nFileIndexLow == opened.nFileIndexLow;
 }
 
+// Makes `file` (null: none) the current one.
+void Replace(LogFile* file) {
+  if (LogFile* old = current.exchange(file)) Retire(old);
+}
+
 // Opens the file in the current location or else in the fallback, and makes it the current one. Null when
 // neither can be opened.
 LogFile* OpenAnew() {
-  const Location* location = &CurrentLocation();
-  UniqueFile handle = OpenForAppending(*location);
-  if (!handle && !location->fallback) handle = OpenForAppending(SwitchToFallback(*location));
+  const Location& location = CurrentLocation();
+  UniqueFile handle = OpenForAppending(location);
+  if (!handle && !location.fallback) {
+    const Location& fallback = SwitchToFallback(location);
+    Replace(nullptr);
+    handle = OpenForAppending(fallback);
+  }
   if (!handle) return nullptr;
   auto* file = new LogFile{std::move(handle)};
-  if (LogFile* old = current.exchange(file)) Retire(old);
+  Replace(file);
   return file;
 }
 

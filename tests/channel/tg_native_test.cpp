@@ -1,5 +1,5 @@
 // The channel when the system's own calls fail: each failure is raised with its error, and nothing stays
-// open.
+// open. Also inline bytes, which the module never sends and the gate driver's double refuses.
 #include <gtest/gtest.h>
 #include <platform/control.h>
 
@@ -46,6 +46,26 @@ TEST_F(TgFailures, AFailedCallOfTheSystemIsRaised) {
   context->Wait();
   EXPECT_EQ(TgErrorWhenFailing(1, "GetOverlappedResult", [&] { tg->Poll(*context); }), 1234u);
   EXPECT_TRUE(tg->Poll(*context));
+}
+
+TEST_F(TgFailures, BuffersLieBehindInlineBytesPaddedToEight) {
+  const auto tg = OpenTg();
+  for (const std::uint16_t inlineBytes : {std::uint16_t{1}, std::uint16_t{8}}) {
+    std::array<std::byte, 512> memory{};
+    struct {
+      TgRequest header;
+      std::array<std::byte, 8> inlined;
+      TgBuffer buffer;
+    } packet{{TgReceiveCommand, 0, inlineBytes, 1, 0}, {}, MakeTgBuffer(memory.data(), 512, deviceWrites)};
+    packet.inlined.fill(std::byte{0xAB});
+    const auto context = CreateTgContext(packet.header);
+    gate().FailNext({.systemError = ERROR_RETRY});
+    tg->Submit(*context);  // a wrong size is a breach that fails the test
+    EXPECT_EQ(packet.header.status, TgStatusRetry);
+    EXPECT_EQ(packet.buffer.byteCount, 0u);
+    EXPECT_EQ(packet.buffer.flags, deviceWrites);
+    for (const std::byte byte : packet.inlined) EXPECT_EQ(byte, std::byte{0xAB});
+  }
 }
 
 }  // namespace

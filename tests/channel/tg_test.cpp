@@ -214,23 +214,4 @@ TEST_F(TgChannel, ACallWithoutADeviceRaisesAndTheNextOneTriesAgain) {
   EXPECT_EQ(TgError([&] { tg->Call(send.packet.header); }), 0u);
 }
 
-TEST_F(TgChannel, BuffersLieBehindInlineBytesPaddedToEight) {
-  for (const std::uint16_t inlineBytes : {std::uint16_t{1}, std::uint16_t{8}}) {
-    std::array<std::byte, 512> memory{};
-    struct {
-      TgRequest header;
-      std::array<std::byte, 8> inlined;
-      TgBuffer buffer;
-    } packet{{TgReceiveCommand, 0, inlineBytes, 1, 0}, {}, MakeTgBuffer(memory.data(), 512, deviceWrites)};
-    packet.inlined.fill(std::byte{0xAB});
-    const auto context = CreateTgContext(packet.header);
-    gate().FailNext({.systemError = ERROR_RETRY});
-    tg->Submit(*context);  // a wrong size is a breach that fails the test
-    EXPECT_EQ(packet.header.status, TgStatusRetry);
-    EXPECT_EQ(packet.buffer.byteCount, 0u);
-    EXPECT_EQ(packet.buffer.flags, deviceWrites);
-    for (const std::byte byte : packet.inlined) EXPECT_EQ(byte, std::byte{0xAB});
-  }
-}
-
 }  // namespace

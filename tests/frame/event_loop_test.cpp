@@ -156,7 +156,7 @@ TEST_F(EventLoop, WhatTheHostAnswersToTheAnnouncementIsIgnored) {
     fault.request = host::sendCommand;
     gate().FailNext(fault);
     EXPECT_TRUE(StartWorker());
-    AwaitIdle();
+    while (gate().Facts().sends == sends) std::this_thread::yield();
     Run(on);
     EXPECT_EQ(TakeAsked(), std::vector{CmdGetAppList});
     EXPECT_TRUE(StopWorker());

@@ -98,9 +98,10 @@ TEST_F(WorkerFailures, AnErrorOfAPendingReceiveEndsTheWorkerWhichStaysPublished)
 TEST_F(WorkerFailures, BetweenCommandsTheWorkerSleepsInOneWait) {
   platform::ResetCallCounts();
   StartAndAwaitAnnouncement();
-  while (!Waits()) std::this_thread::yield();
-  for (int i = 0; i < 10; ++i) Run(Command(7));
-  while (platform::CallCounts()["MsgWaitForMultipleObjects"] < 11) std::this_thread::yield();
+  for (std::size_t waits = 1; waits <= 11; ++waits) {
+    while (platform::CallCounts()["MsgWaitForMultipleObjects"] < waits) std::this_thread::yield();
+    if (waits <= 10) gate().Push(Command(7));
+  }
   const auto counts = platform::CallCounts();
   const std::map<std::string, std::size_t> expected{
       {"CoInitialize", 1},         {"CreateEventW", 2},  // the start's and the receive's

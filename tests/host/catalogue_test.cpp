@@ -56,7 +56,7 @@ std::vector<int> BytesFrom(const host::Bytes& bytes, std::size_t start) {
 }
 
 TEST_F(CatalogueTest, IconsBecomeBottomUpBitmapsInTheGuestsPixelOrder) {
-  const host::Icon icon = host::LoadIcon(folder_, "a.png");
+  const host::Icon icon = host::ReadIcon(folder_, "a.png");
   const std::vector<int> header = {40, 0, 0, 0, 1, 0, 0, 0, 2, 0, 0, 0, 1, 0, 32, 0, 0, 0, 0, 0,
                                    8,  0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,  0, 0, 0, 0, 0};
   std::vector<int> expected = header;
@@ -106,6 +106,8 @@ TEST_F(CatalogueTest, ABadCatalogueIsRefusedWithFileAndReason) {
       {"a text for a flag", apps(R"({"bundleId": "b", "name": "A", "anyType": "yes"})"), "catalogue.json",
        "anyType: must be true or false"},
       {"no name", apps(R"({"bundleId": "b"})"), "catalogue.json", "name is empty"},
+      {"a name that no file can have", apps(R"({"bundleId": "b", "name": "A: B"})"), "catalogue.json",
+       "name cannot name a file"},
       {"an empty type", apps(R"({"bundleId": "b", "name": "A", "documentTypes": [""]})"), "catalogue.json",
        "documentTypes is empty"},
       {"a scheme that would be another key",

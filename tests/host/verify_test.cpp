@@ -135,7 +135,7 @@ TEST_F(GuestModelTest, ASchemeBelongsToWhoDeclaredItFirst) {
 TEST_F(GuestModelTest, AnApplicationWithoutUsableIconIsNotThere) {
   host::Application refused = App("Faceless", {"a"}, {"a"}, {"s"});
   refused.icons[0].accepted = false;
-  model_.On(Listed({refused, App("A: B", {"a"})}));
+  model_.On(Listed({refused}));
   EXPECT_EQ(model_.expected().files, (Entries{{folder, ""}, {shortcuts, ""}}));
   EXPECT_EQ(model_.expected().registry, Installed().registry);
 }
@@ -156,6 +156,18 @@ TEST_F(GuestModelTest, ARenamedApplicationIsBuiltAnewAndLeavesItsOffersBehind) {
   EXPECT_EQ(Data(classesKey + "\\.a\\OpenWithProgids", "a_auto_file"), "REG_NONE, 0 bytes");
   EXPECT_TRUE(model_.expected().files.empty());
   EXPECT_TRUE(BeyondResidue(Installed(), model_.expected()).empty());
+}
+
+TEST_F(GuestModelTest, ALauncherThatLostItsRegistrationIsRemovedAndThenBuiltAnew) {
+  host::Snapshot start = Installed();
+  start.files[folder + "\\A (Mac).exe"];
+  start.launchers[folder + "\\A (Mac).exe"] = {"id.A", "A", "A (Mac)", {32}};
+  host::GuestModel model(start, Around());
+  model.On(Listed({App("A", {"a"})}));
+  EXPECT_TRUE(model.expected().launchers.empty());
+  EXPECT_TRUE(model.expected().registry.contains(classesKey + "\\.a\\OpenWithList\\A (Mac).exe"));
+  model.On(Listed({App("A", {"a"})}));
+  EXPECT_EQ(model.expected().launchers.size(), 1u);
 }
 
 TEST_F(GuestModelTest, ForeignEntriesStayButForThoseThatCarryTheMark) {

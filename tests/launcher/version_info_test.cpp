@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
-
 #include "host/text.h"
 #include "host/wire.h"
 #include "launcher/resop.h"

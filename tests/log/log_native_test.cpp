@@ -211,28 +211,36 @@ TEST_F(LogFile, AFailingCallMovesTheLogAtMostAndOnlyAFailedWriteLosesALine) {
   }
 }
 
-TEST_F(LogFile, LinesOfSeveralProcessesStayWhole) {
+// The threads start on a log that nobody has opened yet; a process that follows shares the file.
+TEST_F(LogFile, LinesOfThreadsAndProcessesStayWholeAndInOrder) {
   InOwnProcess([] {
-    constexpr int processes = 3, lines = 200;
-    Write("parent");
-    for (int p = 0; p < processes; ++p) {
+    constexpr char writers = 4;
+    constexpr int lines = 300;
+    const auto write = [](char writer) {
+      for (int i = 0; i < lines; ++i) Write(std::to_string(i) + std::string(200, writer));
+    };
+    std::vector<std::thread> threads;
+    for (char w = 0; w < writers; ++w) threads.emplace_back(write, static_cast<char>('a' + w));
+    for (std::thread& thread : threads) thread.join();
+    for (char w = 0; w < writers; ++w) {
       if (fork() != 0) continue;
-      for (int i = 0; i < lines; ++i) Write(std::string(200, static_cast<char>('a' + p)));
+      write(static_cast<char>('A' + w));
       _exit(0);
     }
-    for (int p = 0; p < processes; ++p) {
+    for (char w = 0; w < writers; ++w) {
       int status = -1;
       wait(&status);
       EXPECT_EQ(status, 0);
     }
+    std::map<char, int> next;
     std::istringstream all(Messages(Primary()));
-    int count = 0;
-    for (std::string message; std::getline(all, message, ';'); ++count) {
-      if (count == 0) continue;
-      ASSERT_EQ(message.size(), 200u);
-      EXPECT_EQ(message.find_first_not_of(message[0]), std::string::npos);
+    for (std::string message; std::getline(all, message, ';');) {
+      const char writer = message.back();
+      EXPECT_EQ(message, std::to_string(next[writer]++) + std::string(200, writer));
     }
-    EXPECT_EQ(count, 1 + processes * lines);
+    EXPECT_EQ(next.size(), std::size_t{2 * writers});
+    for (const auto& [writer, count] : next) EXPECT_EQ(count, lines) << writer;
+    EXPECT_EQ(platform::Census(), (std::map<std::string, std::size_t>{{"file", 1}}));
   });
 }
 

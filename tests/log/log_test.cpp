@@ -7,7 +7,6 @@
 #include <array>
 #include <cstdio>
 #include <sstream>
-#include <thread>
 #include <vector>
 
 #include "support/guest.h"
@@ -154,31 +153,6 @@ TEST_F(Log, TheLastErrorStaysAsItWas) {
       EXPECT_EQ(GetLastError(), error);
     }
     EXPECT_EQ(Lines().size(), 3u);
-  });
-}
-
-// The threads start on a log that nobody has opened yet.
-TEST_F(Log, LinesOfSeveralThreadsStayWhole) {
-  InOwnProcess([] {
-    constexpr int threads = 4, lines = 300;
-    std::vector<std::thread> writers;
-    for (int t = 0; t < threads; ++t) {
-      writers.emplace_back([t] {
-        for (int i = 0; i < lines; ++i)
-          WriteLog("T", "C", 1, "%d:%d:%s", t, i, std::string(100, 'x').c_str());
-      });
-    }
-    for (std::thread& writer : writers) writer.join();
-    std::array<int, threads> next{};
-    const std::vector<std::string> all = Lines();
-    EXPECT_EQ(all.size(), std::size_t{threads * lines});
-    for (const std::string& line : all) {
-      int t = -1, i = -1;
-      ASSERT_EQ(std::sscanf(line.c_str() + line.find("[T] "), "[T] %d:%d:", &t, &i), 2) << line;
-      ASSERT_TRUE(t >= 0 && t < threads) << line;
-      EXPECT_EQ(i, next[static_cast<std::size_t>(t)]++);
-      EXPECT_TRUE(line.ends_with(':' + std::string(100, 'x'))) << line;
-    }
   });
 }
 

@@ -3,6 +3,8 @@
 
 #include <windows.h>
 
+#include <functional>
+
 #include "common/handles.h"
 #include "launcher/fs.h"
 #include "registry/registry_registration.h"

@@ -95,6 +95,8 @@ TEST_F(SyncPassCosts, TheNextPassMendsAnySingleFailure) {
   const std::vector<std::string> calls = CallsOf([this] { Sync(); });
   const std::string files = Files(), registry = hive::Text(), resources = ResourceChanges(Launcher("Chess"));
   for (std::size_t n = 1; n <= calls.size(); ++n) {
+    // Not failures but other answers: a name that comes out empty, an older system.
+    if (calls[n - 1] == "MultiByteToWideChar" || calls[n - 1] == "VerifyVersionInfoW") continue;
     SCOPED_TRACE(std::to_string(n) + " " + calls[n - 1]);
     clear();
     WithFault(n, [this] { Raised([this] { Sync(); }); });

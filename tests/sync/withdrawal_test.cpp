@@ -3,6 +3,7 @@
 
 #include <windows.h>
 
+#include "frame/sharing_state.h"
 #include "host/guest_view.h"
 #include "launcher/fs.h"
 #include "support/hive.h"
@@ -206,13 +207,17 @@ TEST_F(Withdrawal, AMissingKeyEndsItWithTheSweepThatNeedsIt) {
   hive::PutText(classes + "chess", "URL Protocol", "");
   hive::PutText(classes + "pgn_auto_file" + command, "", CommandIn(host::LauncherFolder()));
   hive::Drop("Software\\Classes\\Applications");
+  WriteFileAt(Launcher("Chess"), "x");
   const std::string before = hive::Text();
   EXPECT_EQ(Withdraw(), "registry: RegOpenKeyExW() failed");
+  HandleSharingState(false);  // and so the folders stay
   EXPECT_EQ(hive::Text(), before);
+  EXPECT_EQ(Files(), "Chess (Mac).exe\n");
   hive::PutKey("Software\\Classes\\Applications");
-  EXPECT_EQ(Withdraw(), "");
+  HandleSharingState(false);
   EXPECT_FALSE(hive::Has(classes + "chess"));
   EXPECT_FALSE(hive::Has(classes + "pgn_auto_file"));
+  EXPECT_FALSE(FileIsThere(folder()));
 }
 
 TEST_F(Withdrawal, EntriesWithoutTheirApplicationKeyStay) {

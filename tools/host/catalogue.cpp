@@ -86,6 +86,7 @@ std::size_t TextItem(const std::string& text) {
 void CheckApplication(const Application& app) {
   CheckText("an application", "name", app.name);
   CheckText(app.name, "bundleId", app.bundleId);
+  if (app.name.find_first_of("<>:\"/\\|?*") != std::string::npos) Refuse(app.name, "name cannot name a file");
   if (app.name.size() > longestName) Refuse(app.name, "name is longer than 100 bytes");
   std::size_t details = itemOverhead + 4;
   for (const auto& [field, names] :
@@ -117,7 +118,7 @@ std::vector<std::string> TextsOf(const json& value, const std::string& where) {
 
 // "file.png", or {"file": "file.png", "format": "bmp24"} for one that the guest is to refuse.
 Icon IconOf(const json& value, const std::filesystem::path& folder, const std::string& where) {
-  if (value.is_string()) return LoadIcon(folder, value.get<std::string>());
+  if (value.is_string()) return ReadIcon(folder, value.get<std::string>());
   if (!value.is_object()) Refuse(where, "must be a file name or an object");
   std::string file, format = "bmp32";
   for (const auto& [key, field] : value.items()) {
@@ -130,7 +131,7 @@ Icon IconOf(const json& value, const std::filesystem::path& folder, const std::s
     }
   }
   if (format != "bmp32" && format != "bmp24") Refuse(where, "unknown format \"" + format + "\"");
-  const Icon icon = LoadIcon(folder, file);
+  const Icon icon = ReadIcon(folder, file);
   return format == "bmp24" ? RefusedIcon(icon) : icon;
 }
 
@@ -164,7 +165,7 @@ Application ApplicationOf(const json& value, const std::filesystem::path& folder
 
 }  // namespace
 
-Icon LoadIcon(const std::filesystem::path& folder, const std::string& file) {
+Icon ReadIcon(const std::filesystem::path& folder, const std::string& file) {
   const std::filesystem::path path = folder / PathOf(file);
   const std::string png = ReadFile(path);
   int width = 0, height = 0, channels = 0;

@@ -30,7 +30,7 @@ struct Application {
 };
 
 // Reads a PNG of at most 256 by 256 pixels.
-Icon LoadIcon(const std::filesystem::path& folder, const std::string& file);
+Icon ReadIcon(const std::filesystem::path& folder, const std::string& file);
 // The same picture in the kind that the guest refuses.
 Icon RefusedIcon(const Icon& icon);
 

@@ -120,7 +120,8 @@ class GateDevice : public platform::Device {
     return facts_;
   }
 
-  // A helper's request keeps this device alive: the last to let go must not be a helper, which cannot join itself.
+  // A helper's request keeps this device alive: the last to let go must not be a helper, which cannot join
+  // itself.
   void EndHelpers() {
     std::vector<std::jthread> helpers;
     {

@@ -184,7 +184,7 @@ class Shell {
         for (Icon& icon : app.icons) icon = RefusedIcon(icon);
       } else if (field == "icons") {
         app.icons.clear();
-        for (const std::string& file : items) app.icons.push_back(LoadIcon(folder_, file));
+        for (const std::string& file : items) app.icons.push_back(ReadIcon(folder_, file));
       } else {
         throw std::runtime_error("add: unknown \"" + words[i] + "\"");
       }

@@ -48,8 +48,12 @@ bool PathLess::operator()(std::string_view a, std::string_view b) const {
 }
 
 std::string WithThousands(std::uint64_t number) {
-  std::string text = std::to_string(number);
-  for (std::size_t i = text.size(); i > 3; i -= 3) text.insert(i - 3, ",");
+  const std::string digits = std::to_string(number);
+  std::string text;
+  for (std::size_t i = 0; i < digits.size(); ++i) {
+    if (i != 0 && (digits.size() - i) % 3 == 0) text += ',';
+    text += digits[i];
+  }
   return text;
 }
 

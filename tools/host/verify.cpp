@@ -19,10 +19,9 @@ bool IsBlackListed(const std::string& type) {
                      [&](const char* each) { return EqualNoCase(each, type); });
 }
 
-// A launcher needs at least one icon that the guest takes, and a name that can name a file.
+// A launcher needs at least one icon that the guest takes.
 bool CanBeBuilt(const Application& app) {
-  return app.name.find_first_of("<>:\"/\\|?*") == std::string::npos &&
-         std::any_of(app.icons.begin(), app.icons.end(), [](const Icon& icon) { return icon.accepted; });
+  return std::any_of(app.icons.begin(), app.icons.end(), [](const Icon& icon) { return icon.accepted; });
 }
 
 Launcher LauncherOf(const Application& app) {
@@ -43,8 +42,9 @@ std::string TextOfLauncher(const Launcher& launcher) {
 void CompareEntries(const Entries& expected, const Entries& found, bool data, std::vector<std::string>& out) {
   const auto readable = [](std::string path) {
     const auto mark = path.find(valueMark);
-    if (mark != std::string::npos) path.replace(mark, 1, ", value ");
-    return path;
+    if (mark == std::string::npos) return path;
+    if (mark + 1 == path.size()) path += "(default)";
+    return path.replace(mark, 1, ", value ");
   };
   for (const auto& [path, text] : expected) {
     const auto match = found.find(path);
@@ -144,17 +144,17 @@ bool GuestModel::Register(const Application& app) {
   if (app.documentTypes.empty()) {
     SetText(appKey, "NoOpenWith", "");
   } else {
-    if (!Has(appKey)) return false;
-    RegisterTypes(app, appKey);
+    if (!RegisterTypes(app, appKey)) return false;
   }
   return RegisterSchemes(app, appKey);
 }
 
-void GuestModel::RegisterTypes(const Application& app, const std::string& appKey) {
+bool GuestModel::RegisterTypes(const Application& app, const std::string& appKey) {
   const std::string exe = app.name + suffix + ".exe";
   for (const std::string& type : app.documentTypes) {
     if (!IsBlackListed(type)) SetText(classesKey + "\\." + type + "\\OpenWithList\\" + exe, "", exe);
   }
+  if (!Has(appKey)) return false;  // a launcher that was kept while its registration went
   state_.registry.erase(ValuePath(appKey, "NoOpenWith"));
   DeleteTree(appKey + "\\SupportedTypes");
   if (!app.anyType) {
@@ -163,6 +163,7 @@ void GuestModel::RegisterTypes(const Application& app, const std::string& appKey
   for (const std::string& type : app.defaultTypes) {
     if (!HasDefault("." + type)) ClaimDefault(type, exe);
   }
+  return true;
 }
 
 bool GuestModel::HasDefault(const std::string& extension) const {

@@ -32,7 +32,7 @@ class GuestModel {
   std::vector<std::string> Subkeys(const std::string& key) const;  // names
 
   bool Register(const Application& app);
-  void RegisterTypes(const Application& app, const std::string& appKey);
+  bool RegisterTypes(const Application& app, const std::string& appKey);
   bool RegisterSchemes(const Application& app, const std::string& appKey);
   void ClaimDefault(const std::string& type, const std::string& exe);
   bool HasDefault(const std::string& extension) const;
