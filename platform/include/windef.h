@@ -70,10 +70,11 @@ using PHKEY = HKEY*;
 
 #define TEXT(quote) u##quote
 
-#define MAKELONG(a, b) (static_cast<LONG>(static_cast<WORD>(a) | (static_cast<DWORD>(static_cast<WORD>(b)) << 16)))
-#define LOWORD(l) (static_cast<WORD>((l) & 0xffff))
+#define MAKELONG(a, b) \
+  (static_cast<LONG>(static_cast<WORD>(a) | (static_cast<DWORD>(static_cast<WORD>(b)) << 16)))
+#define LOWORD(l) (static_cast<WORD>((l)&0xffff))
 #define HIWORD(l) (static_cast<WORD>(((l) >> 16) & 0xffff))
-#define LOBYTE(w) (static_cast<BYTE>((w) & 0xff))
+#define LOBYTE(w) (static_cast<BYTE>((w)&0xff))
 #define HIBYTE(w) (static_cast<BYTE>(((w) >> 8) & 0xff))
 
 // Integer identifiers in place of names: resource types and names below 65536.

@@ -2,10 +2,10 @@
 // The plan is one process-wide record under a mutex; the planned error of a call is kept per thread.
 #include <unistd.h>
 
+#include <platform/control.h>
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
-#include <platform/control.h>
 #include <utility>
 
 #include "layer.h"
@@ -66,7 +66,9 @@ void CallPasses(const char* function) {
   Pass(function, false, nullptr);
 }
 
-DWORD PlannedError() { return plannedError; }
+DWORD PlannedError() {
+  return plannedError;
+}
 
 void Unsupported(const char* function, const char* what) {
   std::fprintf(stderr, "platform: %s: not supported: %s\n", function, what);
@@ -104,6 +106,10 @@ void ResetCallCounts() {
 
 }  // namespace platform
 
-DWORD WINAPI GetLastError() { return platform::lastError; }
+DWORD WINAPI GetLastError() {
+  return platform::lastError;
+}
 
-void WINAPI SetLastError(DWORD error) { platform::lastError = error; }
+void WINAPI SetLastError(DWORD error) {
+  platform::lastError = error;
+}

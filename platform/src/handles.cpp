@@ -1,8 +1,8 @@
 // The handle table and the census. A handle is a number from a counter dressed as a pointer; closing it drops
 // the table's share of the object, which lives on while a call still uses it.
+#include <platform/control.h>
 #include <map>
 #include <mutex>
-#include <platform/control.h>
 
 #include "layer.h"
 

@@ -70,17 +70,17 @@ class Counted {
 // Why a guest path names nothing on the host, or the place it names (which need not exist; all of its
 // parents do). Names match without regard to case; "/" and "\" both separate; a relative path starts at C:\.
 struct HostPath {
-  DWORD error = 0;             // 0, ERROR_PATH_NOT_FOUND or ERROR_INVALID_NAME
-  bool exists = false;         // the last component exists (as a file or a folder)
+  DWORD error = 0;               // 0, ERROR_PATH_NOT_FOUND or ERROR_INVALID_NAME
+  bool exists = false;           // the last component exists (as a file or a folder)
   std::filesystem::path path{};  // in the spelling that the host has where it exists
 };
 HostPath ResolvePath(std::u16string_view guestPath);
 
 // ---- Text ----------------------------------------------------------------------------------------------
 
-std::string ToUtf8(std::u16string_view text);     // unpaired surrogates become U+FFFD
-std::u16string ToUtf16(std::string_view text);    // malformed bytes become U+FFFD
-char16_t Upcase(char16_t unit);                   // simple case mapping, as names are compared
+std::string ToUtf8(std::u16string_view text);                   // unpaired surrogates become U+FFFD
+std::u16string ToUtf16(std::string_view text);                  // malformed bytes become U+FFFD
+char16_t Upcase(char16_t unit);                                 // simple case mapping, as names are compared
 bool EqualNames(std::u16string_view a, std::u16string_view b);  // without regard to case
 int CompareNames(std::u16string_view a, std::u16string_view b);
 

@@ -1,10 +1,9 @@
 // Guest paths: the guest root stands for drive C. Each component is looked up without regard to case, the
 // exact spelling first, so a path of existing components costs one host look-up each.
+#include <platform/control.h>
 #include <algorithm>
 #include <cstdlib>
-#include <cstdlib>
 #include <mutex>
-#include <platform/control.h>
 
 #include "layer.h"
 
@@ -30,7 +29,9 @@ Root& TheRoot() {
   return *root;
 }
 
-bool IsSeparator(char16_t c) { return c == u'\\' || c == u'/'; }
+bool IsSeparator(char16_t c) {
+  return c == u'\\' || c == u'/';
+}
 
 bool IsValidName(std::u16string_view name) {
   return name.find_first_of(u"<>:\"|?*") == std::u16string_view::npos &&

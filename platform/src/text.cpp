@@ -28,7 +28,8 @@ void AppendUtf8(std::string& out, char32_t c) {
   }
 }
 
-// Decodes one character at `i` and moves past it; a malformed sequence costs its valid prefix, at least a byte.
+// Decodes one character at `i` and moves past it; a malformed sequence costs its valid prefix, at least a
+// byte.
 char32_t TakeUtf8(std::string_view text, std::size_t& i) {
   const auto lead = static_cast<unsigned char>(text[i++]);
   if (lead < 0x80) return lead;

@@ -12,7 +12,8 @@ ToolDevice::ToolDevice()
 
 std::uint32_t ToolDevice::Ioctl(std::uint32_t request, void* buffer, std::uint32_t size,
                                 std::uint32_t* status) {
-  TgPacket<2> packet{{request, 0, 0, 2, 0}, {MakeTgBuffer(buffer, size, 0), MakeTgBuffer(buffer, size, deviceWrites)}};
+  TgPacket<2> packet{{request, 0, 0, 2, 0},
+                     {MakeTgBuffer(buffer, size, 0), MakeTgBuffer(buffer, size, deviceWrites)}};
   DWORD returned = 0;
   const BOOL sent = DeviceIoControl(device_.get(), IOCTL_TG_REQUEST, &packet, sizeof packet, &packet,
                                     sizeof packet, &returned, nullptr);

@@ -1,9 +1,10 @@
-// The host requests and the readers of their replies. A reply overwrites the request in one buffer; nothing of
-// it is believed before it has been checked, and nothing behind its end is read.
+// The host requests and the readers of their replies. A reply overwrites the request in one buffer; nothing
+// of it is believed before it has been checked, and nothing behind its end is read.
 #include "channel/mainfo.h"
 
 #include <cstring>
 #include <memory>
+#include <utility>
 
 #include "channel/dtool.h"
 #include "channel/tool_gate.h"
@@ -55,7 +56,9 @@ class Exchange {
   ToolDevice device_;  // opened once the request is composed
 };
 
-WideString TextOfItem(const xdt::bit_box::const_iterator& item) { return Utf8ToWide(item.string()); }
+WideString TextOfItem(const xdt::bit_box::const_iterator& item) {
+  return Utf8ToWide(item.string());
+}
 
 WideString StringOfList(const xdt::bit_box::const_iterator& item) {
   if (item.type() != WMA_Command::bbt_utf8string) XDT_RAISE("type WMA_Command::bbt_utf8string expected");

@@ -6,15 +6,17 @@
 
 #include "common/handles.h"
 
-class __TgHandle : public Tg {};            // NOLINT(bugprone-reserved-identifier)
-class __TgContext : public TgContext {};    // NOLINT(bugprone-reserved-identifier)
+class __TgHandle : public Tg {};          // NOLINT(bugprone-reserved-identifier)
+class __TgContext : public TgContext {};  // NOLINT(bugprone-reserved-identifier)
 
 namespace {
 
 constexpr const WCHAR* deviceName = TEXT("\\\\.\\tsr_tg");
 constexpr DWORD quotaPause = 50;  // milliseconds
 
-DWORD InlineSize(const TgRequest& request) { return (request.inlineByteCount + 7u) & ~7u; }
+DWORD InlineSize(const TgRequest& request) {
+  return (request.inlineByteCount + 7u) & ~7u;
+}
 
 DWORD RequestSize(const TgRequest& request) {
   return static_cast<DWORD>(sizeof(TgBuffer)) * (request.bufferCount + 1u) + InlineSize(request);
@@ -23,7 +25,8 @@ DWORD RequestSize(const TgRequest& request) {
 // Ends the request with a status of our own: nothing was transferred.
 void FailWith(TgRequest& request, std::uint32_t status) {
   request.status = status;
-  auto* buffers = reinterpret_cast<TgBuffer*>(reinterpret_cast<std::byte*>(&request + 1) + InlineSize(request));
+  auto* buffers =
+      reinterpret_cast<TgBuffer*>(reinterpret_cast<std::byte*>(&request + 1) + InlineSize(request));
   for (std::uint16_t i = 0; i < request.bufferCount; ++i) buffers[i].byteCount = 0;
 }
 
@@ -112,7 +115,9 @@ class TgImpl final : public __TgHandle {
 
   void Submit(TgContext& context) override { static_cast<TgContextImpl&>(context).Submit(overlapped_.get()); }
 
-  bool Poll(TgContext& context) override { return static_cast<TgContextImpl&>(context).Poll(overlapped_.get()); }
+  bool Poll(TgContext& context) override {
+    return static_cast<TgContextImpl&>(context).Poll(overlapped_.get());
+  }
 
   void Cancel() override {
     if (!CancelIo(overlapped_.get())) throw TgException{GetLastError()};

@@ -39,7 +39,8 @@ struct TgBuffer {
   std::uint32_t byteCount;
   std::uint32_t flags;
 };
-static_assert(sizeof(TgBuffer) == 16 && offsetof(TgBuffer, byteCount) == 8 && offsetof(TgBuffer, flags) == 12);
+static_assert(sizeof(TgBuffer) == 16 && offsetof(TgBuffer, byteCount) == 8 &&
+              offsetof(TgBuffer, flags) == 12);
 
 // A request without inline bytes and with `Count` buffers, as this module always sends it.
 template <std::size_t Count>
@@ -76,7 +77,8 @@ static_assert(sizeof(WMA_Command) == 20 && offsetof(WMA_Command, dataSize) == 16
 inline constexpr std::uint32_t commandVersion = 3;
 
 inline constexpr std::uint32_t CmdAnnounceRequest = 1;  // host to guest
-inline constexpr std::uint32_t CmdSharingState = 100;   // host to guest: on or off; guest to host: announcement
-inline constexpr std::uint32_t CmdGetAppList = 102;     // guest to host, as the next two
+inline constexpr std::uint32_t CmdSharingState =
+    100;                                             // host to guest: on or off; guest to host: announcement
+inline constexpr std::uint32_t CmdGetAppList = 102;  // guest to host, as the next two
 inline constexpr std::uint32_t CmdGetAppIcons = 103;
 inline constexpr std::uint32_t CmdGetAppDetails = 104;

@@ -10,10 +10,14 @@ inline constexpr WideView launcherSuffix = TEXT(" (Mac)");
 inline constexpr WideView launcherExtension = TEXT(".exe");
 
 // {name} (Mac)
-inline WideString FullName(WideView name) { return WideString(name).append(launcherSuffix); }
+inline WideString FullName(WideView name) {
+  return WideString(name).append(launcherSuffix);
+}
 
 // {name} (Mac).exe
-inline WideString LauncherFileName(WideView name) { return FullName(name).append(launcherExtension); }
+inline WideString LauncherFileName(WideView name) {
+  return FullName(name).append(launcherExtension);
+}
 
 // `folder`, one separator unless it is empty or ends in one of the two, then `fileName`.
 inline WideString JoinPath(WideView folder, WideView fileName) {

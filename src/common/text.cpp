@@ -32,6 +32,7 @@ std::string WideToUtf8(WideView text) {
   const int size = WideCharToMultiByte(CP_UTF8, 0, text.data(), length, nullptr, 0, nullptr, nullptr);
   if (size <= 0) return {};
   std::string utf8(static_cast<std::size_t>(size), '\0');
-  if (WideCharToMultiByte(CP_UTF8, 0, text.data(), length, utf8.data(), size, nullptr, nullptr) <= 0) return {};
+  if (WideCharToMultiByte(CP_UTF8, 0, text.data(), length, utf8.data(), size, nullptr, nullptr) <= 0)
+    return {};
   return utf8;
 }

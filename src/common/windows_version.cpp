@@ -23,8 +23,14 @@ const bool windows7OrLater = PackedVersionIsWindows7OrLater();
 
 }  // namespace
 
-bool IsWindowsVersionOrLater(DWORD major, DWORD minor) { return VersionIs(VER_GREATER_EQUAL, major, minor); }
+bool IsWindowsVersionOrLater(DWORD major, DWORD minor) {
+  return VersionIs(VER_GREATER_EQUAL, major, minor);
+}
 
-bool IsWindows7OrLater() { return windows7OrLater; }
+bool IsWindows7OrLater() {
+  return windows7OrLater;
+}
 
-bool IsWindows2000OrEarlier() { return VersionIs(VER_LESS_EQUAL, 5, 0); }
+bool IsWindows2000OrEarlier() {
+  return VersionIs(VER_LESS_EQUAL, 5, 0);
+}

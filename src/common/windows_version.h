@@ -1,5 +1,5 @@
-// Which Windows this is. The platform answers within what the program's manifest names: without one that names
-// newer versions, 6.2 is the newest version that a program meets.
+// Which Windows this is. The platform answers within what the program's manifest names: without one that
+// names newer versions, 6.2 is the newest version that a program meets.
 #pragma once
 
 #include <windows.h>

@@ -40,9 +40,9 @@ void Announce(Tg& gate) {
   } envelope;
 #pragma pack(pop)
   static_assert(sizeof envelope == 21);
-  TgPacket<2> packet{{TgSendCommand, TgStatusSuccess, 0, 2, 0},
-                     {MakeTgBuffer(&envelope, sizeof envelope, 0),
-                      MakeTgBuffer(&envelope, sizeof envelope, deviceWrites)}};
+  TgPacket<2> packet{
+      {TgSendCommand, TgStatusSuccess, 0, 2, 0},
+      {MakeTgBuffer(&envelope, sizeof envelope, 0), MakeTgBuffer(&envelope, sizeof envelope, deviceWrites)}};
   gate.Call(packet.header);
 }
 
@@ -91,8 +91,8 @@ void LogFailedWait() {
   }
 }
 
-// Sleeps until the receive has completed and its command has run: true, submit again. False when the loop is to
-// end.
+// Sleeps until the receive has completed and its command has run: true, submit again. False when the loop is
+// to end.
 bool Rest(ToolWorker& worker, Receive& receive) {
   const HANDLE event = receive.context->Event();
   const DWORD count = receive.pending ? 1 : 0;

@@ -7,8 +7,8 @@
 
 extern "C" {
 
-// Starts the worker. 0 when it runs afterwards (also when it ran before), 1 when the start failed; the tool-gate
-// device must be there. Returns once the worker has opened it.
+// Starts the worker. 0 when it runs afterwards (also when it ran before), 1 when the start failed; the
+// tool-gate device must be there. Returns once the worker has opened it.
 std::int32_t StartTool();
 
 // Ends the worker after the command under way, and waits for it without a limit. Always 0.

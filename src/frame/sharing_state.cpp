@@ -1,5 +1,5 @@
-// The two jobs of the module, each behind the one barrier of the command. A failed first step skips the second:
-// no pass without its folder, no folder removed after a failed withdrawal.
+// The two jobs of the module, each behind the one barrier of the command. A failed first step skips the
+// second: no pass without its folder, no folder removed after a failed withdrawal.
 #include "frame/sharing_state.h"
 
 #include <exception>

@@ -1,5 +1,6 @@
-// Start and stop. The start parameters live on the starter's stack, so the worker reads them before it signals
-// that it is ready and never again, and the starter leaves only once the worker has signalled or ended.
+// Start and stop. The start parameters live on the starter's stack, so the worker reads them before it
+// signals that it is ready and never again, and the starter leaves only once the worker has signalled or
+// ended.
 #include "frame/worker.h"
 
 #include <windows.h>
@@ -35,9 +36,10 @@ unsigned __stdcall RunWorker(void* argument) {
 // Ends a worker whose start could not be waited for; it may not have made its queue yet, so the message is
 // posted until the thread is gone.
 void EndThread(HANDLE thread, DWORD threadId) {
-  do {
+  while (WaitForSingleObject(thread, 0) != WAIT_OBJECT_0) {
     PostThreadMessageW(threadId, stopMessage, 0, 0);
-  } while (WaitForSingleObject(thread, 10) != WAIT_OBJECT_0);
+    Sleep(10);
+  }
 }
 
 }  // namespace
@@ -50,7 +52,8 @@ bool StartWorker() noexcept {
   if (!ready) return false;
   WorkerStartup startup{worker.get(), ready.get()};
   unsigned threadId = 0;
-  UniqueHandle thread(reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, RunWorker, &startup, 0, &threadId)));
+  UniqueHandle thread(
+      reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, RunWorker, &startup, 0, &threadId)));
   if (!thread) return false;
 
   const HANDLE either[] = {ready.get(), thread.get()};

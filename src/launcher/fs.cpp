@@ -21,8 +21,8 @@ constexpr PROPERTYKEY startPinOption = {appUserModel, 12};              // PKEY_
 constexpr PROPERTYKEY excludeFromShowInNewInstall = {appUserModel, 8};  // ..._ExcludeFromShowInNewInstall
 constexpr ULONG noPinOnInstall = 1;                                     // ..._STARTPINOPTION_NOPINONINSTALL
 
-// Keeps the shortcut from being pinned and from being shown as newly installed; without the interface, on older
-// systems, there is nothing to keep it from.
+// Keeps the shortcut from being pinned and from being shown as newly installed; without the interface, on
+// older systems, there is nothing to keep it from.
 void SetLinkProperties(IShellLinkW* link) {
   IPropertyStore* queried = nullptr;
   if (FAILED(link->QueryInterface(IID_IPropertyStore, reinterpret_cast<void**>(&queried)))) return;
@@ -58,7 +58,9 @@ WideString ShortcutFolder() {
   return folder;
 }
 
-WideString ShortcutPath(WideView fullName) { return ShortcutFolder().append(fullName).append(TEXT(".lnk")); }
+WideString ShortcutPath(WideView fullName) {
+  return ShortcutFolder().append(fullName).append(TEXT(".lnk"));
+}
 
 WideString LauncherPath(WideView launcherFolder, WideView name) {
   return JoinPath(launcherFolder, LauncherFileName(name));

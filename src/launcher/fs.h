@@ -1,6 +1,6 @@
 // The two folders of the current user, the paths of an application's files in them, shortcuts, and deletion
-// through the shell. Names are used as the host gives them. Failures are xdt::exc_tag. The shortcut operations
-// need COM initialised on the calling thread.
+// through the shell. Names are used as the host gives them. Failures are xdt::exc_tag. The shortcut
+// operations need COM initialised on the calling thread.
 #pragma once
 
 #include "common/text.h"
@@ -8,8 +8,8 @@
 // The path of a special folder (a CSIDL), created when missing. Raises "SHGetSpecialFolderPathW() failed".
 WideString SpecialFolderPath(int csidl);
 
-// The launcher folder, without a trailing separator. Created when that is possible; only a special folder that
-// cannot be had raises.
+// The launcher folder, without a trailing separator. Created when that is possible; only a special folder
+// that cannot be had raises.
 WideString LauncherFolder();
 
 // The shortcut folder, with a trailing backslash; created and raising as above.

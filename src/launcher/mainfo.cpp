@@ -66,16 +66,16 @@ WideString ReadInstallLocation(REGSAM view) {
   WCHAR text[260]{};
   DWORD type = REG_NONE;
   DWORD size = sizeof text;
-  if (RegQueryValueExW(key.get(), TEXT("InstallLocation"), nullptr, &type, reinterpret_cast<BYTE*>(text), &size) !=
-          ERROR_SUCCESS ||
+  if (RegQueryValueExW(key.get(), TEXT("InstallLocation"), nullptr, &type, reinterpret_cast<BYTE*>(text),
+                       &size) != ERROR_SUCCESS ||
       type != REG_SZ) {
     return {};
   }
   return TextOf(text, size / sizeof(WCHAR));
 }
 
-// The stub that every launcher is a copy of. Only a backslash ends the location; without a location the path is
-// relative to the process' current directory.
+// The stub that every launcher is a copy of. Only a backslash ends the location; without a location the path
+// is relative to the process' current directory.
 WideString TemplatePath() {
   WideString path = ToolsInstallLocation();
   if (!path.empty() && path.back() != TEXT('\\')) path += TEXT('\\');
@@ -107,7 +107,8 @@ bool HasValidLauncher(const WideString& launcherFolder, const MacAppInfo& app) {
   UniqueModule launcher(LoadLibraryW(path.c_str()));
   if (!launcher) return false;
   try {
-    if (!HasText(ReadRcData(launcher.get(), BundleIdResource, languageNeutral))) XDT_RAISE("can't find bundle id");
+    if (!HasText(ReadRcData(launcher.get(), BundleIdResource, languageNeutral)))
+      XDT_RAISE("can't find bundle id");
     return true;
   } catch (const std::exception&) {
     // Not usable: out it goes, with all that belongs to it, for a new one to be built.

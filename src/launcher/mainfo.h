@@ -13,9 +13,9 @@ bool CreateLauncher(const WideString& launcherFolder, const MacAppInfo& app, boo
 // none is removed with its registration and shortcut; one that cannot be loaded stays and is not valid.
 bool HasValidLauncher(const WideString& launcherFolder, const MacAppInfo& app);
 
-// Gives the launcher at `path` the identity, version information and icon of `app`, all or nothing. On a failure
-// inside the update the file is deleted when `deleteOnFailure` is set, and the failure's whole text becomes the
-// message; a file that cannot be opened for update or committed stays as it was.
+// Gives the launcher at `path` the identity, version information and icon of `app`, all or nothing. On a
+// failure inside the update the file is deleted when `deleteOnFailure` is set, and the failure's whole text
+// becomes the message; a file that cannot be opened for update or committed stays as it was.
 void UpdateLauncherResources(const WideString& path, const MacAppInfo& app, bool deleteOnFailure);
 
 // Where the guest tools are installed; empty when that is not known. Raises nothing but for want of memory.

@@ -24,7 +24,7 @@ struct IconGroupHeader {
 };
 
 struct IconGroupEntry {
-  std::uint8_t width;   // 0 stands for 256, as in the next
+  std::uint8_t width;  // 0 stands for 256, as in the next
   std::uint8_t height;
   std::uint8_t colorCount;
   std::uint8_t reserved;
@@ -78,8 +78,9 @@ std::span<const std::byte> ReadRcData(HMODULE module, WORD identifier, WORD lang
 
 void WriteVersionInfo(HANDLE update, const MacAppInfo& app) {
   constexpr std::uint32_t version1 = 0x00010000;
-  constexpr VersionFixedInfo fixed = {version1, 0, version1, 0, 0x20, 0x20 /* VS_FF_SPECIALBUILD */,
-                                      4 /* VOS__WINDOWS32 */, 1 /* VFT_APP */, 0, 0, 0};
+  constexpr VersionFixedInfo fixed = {
+      version1,        0, version1, 0, 0x20, 0x20 /* VS_FF_SPECIALBUILD */, 4 /* VOS__WINDOWS32 */,
+      1 /* VFT_APP */, 0, 0,        0};
   const VersionStrings strings = {
       {TEXT("Comments"), TEXT("Tessarine Shared Application")},
       {TEXT("CompanyName"), TEXT("Tessarine Software International, Inc.")},

@@ -15,8 +15,8 @@ inline constexpr WORD languageDefault = 0x0400;  // LANG_NEUTRAL, SUBLANG_DEFAUL
 // Writes RT_RCDATA `identifier`, `size` bytes. Raises "UpdateResource(RT_RCDATA) failed".
 void WriteRcData(HANDLE update, const void* data, std::size_t size, WORD identifier, WORD language);
 
-// RT_RCDATA `identifier` of `module`: at least one byte, valid while the module stays loaded. Raises when there
-// is none or it cannot be read.
+// RT_RCDATA `identifier` of `module`: at least one byte, valid while the module stays loaded. Raises when
+// there is none or it cannot be read.
 std::span<const std::byte> ReadRcData(HMODULE module, WORD identifier, WORD language);
 
 // Writes the version information that names `app`. Raises "UpdateResource(RT_VERSION) failed".
@@ -30,7 +30,7 @@ void WriteVersionResource(HANDLE update, const VersionFixedInfo& fixed, const Ve
 // "UpdateResource(RT_ICON) failed" and what the conversion raises.
 std::vector<std::byte> WriteIcon(HANDLE update, HostBitmap bitmap, WORD identifier);
 
-// Writes every bitmap that can be converted as an icon image, numbered from `identifier` + 1 on with a gap for
-// each that cannot, and the group that lists them. Raises "icon group list is empty" when none could, and
+// Writes every bitmap that can be converted as an icon image, numbered from `identifier` + 1 on with a gap
+// for each that cannot, and the group that lists them. Raises "icon group list is empty" when none could, and
 // "UpdateResource(RT_GROUP_ICON) failed".
 void WriteIconGroup(HANDLE update, const HostBitmapList& bitmaps, WORD identifier);

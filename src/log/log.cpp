@@ -17,8 +17,7 @@ constexpr std::size_t longestText = 4094;  // without the newline
 
 class Line {
  public:
-  [[gnu::format(printf, 2, 3)]]
-  void Add(const char* format, ...) {
+  [[gnu::format(printf, 2, 3)]] void Add(const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
     AddList(format, arguments);
@@ -26,8 +25,7 @@ class Line {
   }
 
   // What does not fit is cut.
-  [[gnu::format(printf, 2, 0)]]
-  void AddList(const char* format, va_list arguments) {
+  [[gnu::format(printf, 2, 0)]] void AddList(const char* format, va_list arguments) {
     const int length = std::vsnprintf(text_ + length_, bufferSize - length_, format, arguments);
     if (length > 0) length_ = std::min(length_ + static_cast<std::size_t>(length), bufferSize - 1);
   }

@@ -1,18 +1,18 @@
-// Location and handle of the log file, shared by all threads without a lock. The location is an immutable block
-// and the open file another, each published with one atomic exchange. A file that was replaced is closed by
-// whichever thread is the last to be writing, since a line may still be on its way to it.
+// Location and handle of the log file, shared by all threads without a lock. The location is an immutable
+// block and the open file another, each published with one atomic exchange. A file that was replaced is
+// closed by whichever thread is the last to be writing, since a line may still be on its way to it.
 #include "log/log_file.h"
 
 #include <windows.h>
 
 #include <shlobj.h>
 
-#include <array>
+#include <algorithm>
 #include <atomic>
 #include <ctime>
 #include <exception>
 #include <memory>
-#include <new>
+#include <utility>
 
 #include "common/handles.h"
 #include "common/names.h"
@@ -53,7 +53,7 @@ std::string FallbackFolder() {
 
 struct Location {
   WideString path;
-  bool fallback;
+  const Location* replaced;  // the one before the switch to the fallback; null: the primary one
 };
 
 std::atomic<const Location*> theLocation{nullptr};
@@ -66,11 +66,13 @@ const Location& Publish(const Location* expected, std::unique_ptr<const Location
 
 const Location& CurrentLocation() {
   if (const Location* location = theLocation.load()) return *location;
-  return Publish(nullptr, std::make_unique<Location>(Location{Utf8ToWide(LogPath(PrimaryFolder())), false}));
+  return Publish(nullptr,
+                 std::make_unique<Location>(Location{Utf8ToWide(LogPath(PrimaryFolder())), nullptr}));
 }
 
 const Location& SwitchToFallback(const Location& primary) {
-  return Publish(&primary, std::make_unique<Location>(Location{Utf8ToWide(LogPath(FallbackFolder())), true}));
+  return Publish(&primary,
+                 std::make_unique<Location>(Location{Utf8ToWide(LogPath(FallbackFolder())), &primary}));
 }
 
 // ---- The open file -------------------------------------------------------------------------------------
@@ -91,8 +93,8 @@ void Retire(LogFile* file) {
   }
 }
 
-// Marks a thread as writing. The last one out closes the files retired before: whoever could have loaded one of
-// them has left by then, and whoever comes in later finds a newer one.
+// Marks a thread as writing. The last one out closes the files retired before: whoever could have loaded one
+// of them has left by then, and whoever comes in later finds a newer one.
 class Writing {
  public:
   Writing() { ++writers; }
@@ -114,8 +116,8 @@ class Writing {
 
 UniqueFile OpenForAppending(const Location& location) {
   SetLastError(ERROR_SUCCESS);
-  UniqueFile file(CreateFileW(location.path.c_str(), FILE_APPEND_DATA | READ_CONTROL | WRITE_DAC, shareAll, nullptr,
-                              OPEN_ALWAYS, openFlags, nullptr));
+  UniqueFile file(CreateFileW(location.path.c_str(), FILE_APPEND_DATA | READ_CONTROL | WRITE_DAC, shareAll,
+                              nullptr, OPEN_ALWAYS, openFlags, nullptr));
   if (file && GetLastError() != ERROR_ALREADY_EXISTS) GrantInteractiveUsers(file.get());
   return file;
 }
@@ -141,7 +143,7 @@ void Replace(LogFile* file) {
 LogFile* OpenAnew() {
   const Location& location = CurrentLocation();
   UniqueFile handle = OpenForAppending(location);
-  if (!handle && !location.fallback) {
+  if (!handle && location.replaced == nullptr) {
     const Location& fallback = SwitchToFallback(location);
     Replace(nullptr);
     handle = OpenForAppending(fallback);
@@ -156,8 +158,9 @@ LogFile* OpenAnew() {
 LogFile* FileForLine() {
   const std::time_t now = std::time(nullptr);
   LogFile* const file = current.load();
+  if (file == nullptr) return OpenAnew();
   const bool claimed = lastCheck.load() != now && lastCheck.exchange(now) != now;
-  if (file != nullptr && (!claimed || IsSameFile(CurrentLocation(), file->handle.get()))) return file;
+  if (!claimed || IsSameFile(CurrentLocation(), file->handle.get())) return file;
   return OpenAnew();
 }
 

@@ -3,6 +3,6 @@
 
 #include <windows.h>
 
-// Adds generic read and write for the interactive users to the DACL of `file`, which was opened with READ_CONTROL
-// and WRITE_DAC. A failure is ignored.
+// Adds generic read and write for the interactive users to the DACL of `file`, which was opened with
+// READ_CONTROL and WRITE_DAC. A failure is ignored.
 void GrantInteractiveUsers(HANDLE file) noexcept;

@@ -1,4 +1,5 @@
-// Registry access. Keys to delete from are opened for reading and writing, keys to write into for writing only.
+// Registry access. Keys to delete from are opened for reading and writing, keys to write into for writing
+// only.
 #include "registry/registry.h"
 
 #include <shlwapi.h>
@@ -8,7 +9,8 @@
 
 Key OpenCurrentUser() {
   HKEY hive = nullptr;
-  if (RegOpenCurrentUser(KEY_READ | KEY_WRITE, &hive) != ERROR_SUCCESS) XDT_RAISE("RegOpenCurrentUser() failed");
+  if (RegOpenCurrentUser(KEY_READ | KEY_WRITE, &hive) != ERROR_SUCCESS)
+    XDT_RAISE("RegOpenCurrentUser() failed");
   return Key(hive);
 }
 
@@ -66,6 +68,7 @@ WideString GetStringValue(HKEY hive, const WideString& path, const WideString& n
   if (SHGetValueW(hive, path.c_str(), name.c_str(), &type, buffer, &size) != ERROR_SUCCESS) {
     XDT_RAISE("SHGetValueW() failed");
   }
-  if (type != REG_SZ && type != REG_EXPAND_SZ && type != REG_MULTI_SZ) XDT_RAISE("registry value is not a string");
+  if (type != REG_SZ && type != REG_EXPAND_SZ && type != REG_MULTI_SZ)
+    XDT_RAISE("registry value is not a string");
   return TextOf(buffer, size / sizeof(WCHAR));
 }

@@ -1,5 +1,5 @@
-// Access to the registry: opened keys, text values and deletions, each with the failure that its comment names
-// (xdt::exc_tag). Paths are relative to the key given; nothing stays open behind an operation.
+// Access to the registry: opened keys, text values and deletions, each with the failure that its comment
+// names (xdt::exc_tag). Paths are relative to the key given; nothing stays open behind an operation.
 #pragma once
 
 #include <windows.h>
@@ -34,13 +34,14 @@ void DeleteSubkey(HKEY hive, const WideString& parent, const WideString& subkey)
 // The same with everything below the key. `subkey` is not empty.
 void DeleteTree(HKEY hive, const WideString& parent, const WideString& subkey);
 
-// Deletes one value; a missing one is no failure. Raises "RegOpenKeyExW() failed" when the key cannot be opened.
+// Deletes one value; a missing one is no failure. Raises "RegOpenKeyExW() failed" when the key cannot be
+// opened.
 void DeleteValue(HKEY hive, const WideString& path, const WideString& name);
 
 // True when the value is a REG_SZ of 1 to 512 bytes, whose text up to its first NUL `text` then receives if
 // given. Raises nothing.
 bool HasStringValue(HKEY hive, const WideString& path, const WideString& name, WideString* text = nullptr);
 
-// The text, up to its first NUL, of a REG_SZ, REG_EXPAND_SZ (unexpanded) or REG_MULTI_SZ value of at most 1024
-// bytes. Raises "SHGetValueW() failed" or "registry value is not a string".
+// The text, up to its first NUL, of a REG_SZ, REG_EXPAND_SZ (unexpanded) or REG_MULTI_SZ value of at most
+// 1024 bytes. Raises "SHGetValueW() failed" or "registry value is not a string".
 WideString GetStringValue(HKEY hive, const WideString& path, const WideString& name);

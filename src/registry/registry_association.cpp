@@ -17,7 +17,9 @@ constexpr auto associatedProgId = static_cast<ASSOCSTR>(20);  // ASSOCSTR_PROGID
 constexpr WideView blackList[] = {TEXT(".lnk"), TEXT(".exe"), TEXT(".com"), TEXT(".pif"), TEXT(".bat"),
                                   TEXT(".cmd"), TEXT(".msc"), TEXT(".msi"), TEXT(".ico")};
 
-WCHAR AsciiLower(WCHAR c) { return c >= TEXT('A') && c <= TEXT('Z') ? static_cast<WCHAR>(c + 32) : c; }
+WCHAR AsciiLower(WCHAR c) {
+  return c >= TEXT('A') && c <= TEXT('Z') ? static_cast<WCHAR>(c + 32) : c;
+}
 
 bool EqualIgnoringAsciiCase(WideView a, WideView b) {
   return std::equal(a.begin(), a.end(), b.begin(), b.end(),
@@ -26,7 +28,8 @@ bool EqualIgnoringAsciiCase(WideView a, WideView b) {
 
 void CheckBlackList(const WideString& dotted) {
   for (const WideView entry : blackList) {
-    if (EqualIgnoringAsciiCase(dotted, entry)) XDT_RAISE("extension in the black list, do not operate with it");
+    if (EqualIgnoringAsciiCase(dotted, entry))
+      XDT_RAISE("extension in the black list, do not operate with it");
   }
 }
 
@@ -74,7 +77,8 @@ bool RegisterAutoFileProgId(HKEY hive, const WideString& extension, const WideSt
     if (!SetDefault(hive, ClassKey(progId), nullptr, 0)) XDT_RAISE("SHSetValue() auto_file failed");
     // Software\Classes\{autoprogid}\shell\open\command
     const WideString command = OpenCommand(launcherPath);
-    if (!RegisterClassKey(hive, classesKey + TEXT("\\"), progId, &command)) XDT_RAISE("Register auto_file failed");
+    if (!RegisterClassKey(hive, classesKey + TEXT("\\"), progId, &command))
+      XDT_RAISE("Register auto_file failed");
     return true;
   } catch (const std::exception&) {
     return false;  // no claim; the offer is made all the same
@@ -85,8 +89,8 @@ void AddOpenWithProgId(const WideString& extension) {
   // Software\Classes\.{ext}\OpenWithProgids
   const WideString path = ExtensionKey(extension) + TEXT("\\OpenWithProgids\\");
   HKEY created = nullptr;
-  if (RegCreateKeyExW(HKEY_CURRENT_USER, path.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_WRITE, nullptr,
-                      &created, nullptr) != ERROR_SUCCESS) {
+  if (RegCreateKeyExW(HKEY_CURRENT_USER, path.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_WRITE,
+                      nullptr, &created, nullptr) != ERROR_SUCCESS) {
     return;
   }
   const Key key(created);
@@ -97,6 +101,6 @@ bool IsUnassociated(const WideString& extension) {
   const WideString dotted = TEXT(".") + extension;
   const ASSOCSTR wanted = IsWindowsVersionOrLater(6, 4) ? associatedProgId : ASSOCSTR_EXECUTABLE;
   DWORD size = 0xFFFFFFFF;
-  return AssocQueryStringW(ASSOCF_INIT_IGNOREUNKNOWN | ASSOCF_NOTRUNCATE, wanted, dotted.c_str(), nullptr, nullptr,
-                           &size) == HRESULT_FROM_WIN32(ERROR_NO_ASSOCIATION);
+  return AssocQueryStringW(ASSOCF_INIT_IGNOREUNKNOWN | ASSOCF_NOTRUNCATE, wanted, dotted.c_str(), nullptr,
+                           nullptr, &size) == HRESULT_FROM_WIN32(ERROR_NO_ASSOCIATION);
 }

@@ -5,10 +5,10 @@
 
 #include "registry/registry.h"
 
-// Offers the launcher {app}.exe in `launcherFolder` in the extension's Open With list; with `asDefault`, first
-// writes the extension's auto-file ProgID for it. True when the offer was written; false when the extension is
-// black-listed, when `asDefault` is set and the offer was there already, or when a write failed. Raises only
-// "RegOpenCurrentUser() failed".
+// Offers the launcher {app}.exe in `launcherFolder` in the extension's Open With list; with `asDefault`,
+// first writes the extension's auto-file ProgID for it. True when the offer was written; false when the
+// extension is black-listed, when `asDefault` is set and the offer was there already, or when a write failed.
+// Raises only "RegOpenCurrentUser() failed".
 bool RegisterOpenWith(const WideString& app, const WideString& extension, const WideString& launcherFolder,
                       bool asDefault);
 

@@ -1,7 +1,8 @@
-// Every name under which the module keeps something in the registry, for those who write it and those who find
-// and remove it again. All keys lie in the current user's hive. These names are on people's machines: they never
-// change. {name} is an application's display name, {app} its full name, {exe} its launcher's file name, {path}
-// its launcher's full path, {ext} an extension without the dot, {scheme} a URL scheme without the colon.
+// Every name under which the module keeps something in the registry, for those who write it and those who
+// find and remove it again. All keys lie in the current user's hive. These names are on people's machines:
+// they never change. {name} is an application's display name, {app} its full name, {exe} its launcher's file
+// name, {path} its launcher's full path, {ext} an extension without the dot, {scheme} a URL scheme without
+// the colon.
 #pragma once
 
 #include "common/names.h"
@@ -17,16 +18,24 @@ inline const WideString noOpenWithValue = TEXT("NoOpenWith");
 inline constexpr WideView autoFileSuffix = TEXT("_auto_file");
 
 // {exe}
-inline WideString LauncherExe(const WideString& app) { return WideString(app).append(launcherExtension); }
+inline WideString LauncherExe(const WideString& app) {
+  return WideString(app).append(launcherExtension);
+}
 
 // {appkey}: Software\Classes\Applications\{exe}
-inline WideString ApplicationKey(const WideString& app) { return applicationsKey + TEXT("\\") + LauncherExe(app); }
+inline WideString ApplicationKey(const WideString& app) {
+  return applicationsKey + TEXT("\\") + LauncherExe(app);
+}
 
 // {progid}: Tsrn.Url.{app}, the application's URL ProgID
-inline WideString UrlProgId(const WideString& app) { return TEXT("Tsrn.Url.") + app; }
+inline WideString UrlProgId(const WideString& app) {
+  return TEXT("Tsrn.Url.") + app;
+}
 
 // MacApps\{app}, below the tools' key
-inline WideString MacAppsSubkey(const WideString& app) { return TEXT("MacApps\\") + app; }
+inline WideString MacAppsSubkey(const WideString& app) {
+  return TEXT("MacApps\\") + app;
+}
 
 // {caps}: SOFTWARE\Tessarine\Tessarine Tools\MacApps\{app}\Capabilities
 inline WideString CapabilitiesKey(const WideString& app) {
@@ -34,13 +43,19 @@ inline WideString CapabilitiesKey(const WideString& app) {
 }
 
 // {autoprogid}: {ext}_auto_file, the ProgID that makes a launcher the extension's default program
-inline WideString AutoFileProgId(const WideString& extension) { return WideString(extension).append(autoFileSuffix); }
+inline WideString AutoFileProgId(const WideString& extension) {
+  return WideString(extension).append(autoFileSuffix);
+}
 
 // Software\Classes\.{ext}
-inline WideString ExtensionKey(const WideString& extension) { return classesKey + TEXT("\\.") + extension; }
+inline WideString ExtensionKey(const WideString& extension) {
+  return classesKey + TEXT("\\.") + extension;
+}
 
 // Software\Classes\{name of a class}
-inline WideString ClassKey(const WideString& name) { return classesKey + TEXT("\\") + name; }
+inline WideString ClassKey(const WideString& name) {
+  return classesKey + TEXT("\\") + name;
+}
 
 // "{path}" "%1"
 inline WideString OpenCommand(const WideString& launcherPath) {

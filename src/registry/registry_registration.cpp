@@ -14,7 +14,8 @@
 namespace {
 
 void DropUnusable(std::vector<WideString>& names) {
-  std::erase_if(names, [](const WideString& name) { return name.empty() || name.find(TEXT('\\')) != name.npos; });
+  std::erase_if(names,
+                [](const WideString& name) { return name.empty() || name.find(TEXT('\\')) != name.npos; });
 }
 
 MacAppDetails DetailsOf(const MacAppInfo& app) {

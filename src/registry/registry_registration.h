@@ -5,8 +5,8 @@
 #include "registry/registry.h"
 
 // Brings one application into the guest: its launcher, then everything that ties it to the types and schemes
-// that the host names. True when the launcher was built or an extension newly claimed, so that the shell is to
-// be told. Raises at the first failure; what was written before it stays.
+// that the host names. True when the launcher was built or an extension newly claimed, so that the shell is
+// to be told. Raises at the first failure; what was written before it stays.
 bool RegisterHostApplication(const WideString& launcherFolder, const MacAppInfo& app, bool skipIfCurrent);
 
 // Writes the launcher's application key with its open command; other values of the key stay. Raises
@@ -14,5 +14,6 @@ bool RegisterHostApplication(const WideString& launcherFolder, const MacAppInfo&
 void RegisterApplication(const WideString& app, const WideString& launcherPath);
 
 // Creates the key `base` + `name` (`base` ends with its separator) with an empty default value, and with
-// `command` (null: none) as its open command. False on any failure. Raises nothing derived from std::exception.
+// `command` (null: none) as its open command. False on any failure. Raises nothing derived from
+// std::exception.
 bool RegisterClassKey(HKEY hive, const WideString& base, const WideString& name, const WideString* command);

@@ -4,6 +4,6 @@
 #include "common/text.h"
 
 // Removes what the host no longer lists, registers what it lists, and tells the shell once when associations
-// changed. An application whose registration fails is removed again. Raises std::exception when the list cannot
-// be had (nothing is changed then) or resources run out.
+// changed. An application whose registration fails is removed again. Raises std::exception when the list
+// cannot be had (nothing is changed then) or resources run out.
 void SyncHostApplications(const WideString& launcherFolder);

@@ -1,5 +1,5 @@
-// The four sweeps. Keys that a sweep deletes are collected while it enumerates and deleted afterwards, so that
-// the enumeration's indices stay valid.
+// The four sweeps. Keys that a sweep deletes are collected while it enumerates and deleted afterwards, so
+// that the enumeration's indices stay valid.
 #include "sync/withdrawal.h"
 
 #include <shlwapi.h>
@@ -29,7 +29,8 @@ void ForEachSubkey(const Key& key, Visit visit) {
   WCHAR name[1024];
   for (DWORD index = 0;; ++index) {
     DWORD length = static_cast<DWORD>(std::size(name));
-    if (RegEnumKeyExW(key.get(), index, name, &length, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS) return;
+    if (RegEnumKeyExW(key.get(), index, name, &length, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS)
+      return;
     visit(WideString(name, length));
   }
 }
@@ -68,8 +69,8 @@ void SweepApplicationKeys(WideView suffix, Names& launcherFileNames) {
   SweepUrlProtocols(suffix);
 }
 
-// ProgIDs that open an extension's files with a launcher: their command starts with the launcher folder, behind
-// its opening quotation mark.
+// ProgIDs that open an extension's files with a launcher: their command starts with the launcher folder,
+// behind its opening quotation mark.
 void SweepAutoFileProgIds(const WideString& launcherFolder, Names& autoFileProgIds) {
   const Key classes = OpenInUserHive(TEXT("Software\\Classes\\"));
   ForEachSubkey(classes, [&](const WideString& name) {

@@ -7,7 +7,7 @@
 #include <cstring>
 
 #include "channel/tool_gate.h"
-#include "support/gate_test.h"
+#include "support/gate_fixture.h"
 #include "support/raised.h"
 
 namespace {

@@ -7,7 +7,7 @@
 
 #include "channel/tg.h"
 #include "support/fail_call.h"
-#include "support/gate_test.h"
+#include "support/gate_fixture.h"
 
 namespace {
 

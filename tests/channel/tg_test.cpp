@@ -8,7 +8,7 @@
 #include <chrono>
 #include <cstring>
 
-#include "support/gate_test.h"
+#include "support/gate_fixture.h"
 
 namespace {
 

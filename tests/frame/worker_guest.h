@@ -10,7 +10,7 @@
 
 #include "channel/tool_gate.h"
 #include "frame/worker.h"
-#include "support/gate_test.h"
+#include "support/gate_fixture.h"
 
 class WorkerGuest : public GateTest {
  protected:

@@ -6,7 +6,7 @@
 #include <cstring>
 
 #include "host/wire.h"
-#include "support/gate_test.h"
+#include "support/gate_fixture.h"
 #include "support/raised.h"
 
 namespace {

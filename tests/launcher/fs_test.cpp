@@ -10,7 +10,7 @@
 #include "common/handles.h"
 #include "host/guest_view.h"
 #include "support/gaps.h"
-#include "support/module_test.h"
+#include "support/module_fixture.h"
 #include "support/raised.h"
 
 namespace {

@@ -6,7 +6,7 @@
 #include "launcher/resop.h"
 #include "support/fault_runs.h"
 #include "support/hive.h"
-#include "support/module_test.h"
+#include "support/module_fixture.h"
 #include "support/raised.h"
 
 namespace {

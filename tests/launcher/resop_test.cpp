@@ -4,7 +4,7 @@
 #include "common/handles.h"
 #include "host/wire.h"
 #include "launcher/bmp2ico.h"
-#include "support/module_test.h"
+#include "support/module_fixture.h"
 #include "support/raised.h"
 
 namespace {

@@ -6,7 +6,7 @@
 #include "host/text.h"
 #include "host/wire.h"
 #include "launcher/resop.h"
-#include "support/module_test.h"
+#include "support/module_fixture.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 
 #include "support/fault_runs.h"
 #include "support/hive.h"
-#include "support/module_test.h"
+#include "support/module_fixture.h"
 #include "support/raised.h"
 
 namespace {

@@ -7,7 +7,7 @@
 #include <shlwapi.h>
 
 #include "support/hive.h"
-#include "support/module_test.h"
+#include "support/module_fixture.h"
 #include "support/raised.h"
 
 namespace {

@@ -7,6 +7,7 @@ enum class Gap {
   LinkProperties,  // a shell link's property store takes values, but does not give them back
   ProgIdQuery,     // the ProgID of an extension that has one is E_NOTIMPL
   ExpandedText,    // SHGetValueW expands a REG_EXPAND_SZ and reports it as REG_SZ
+  LoadedUpdate,    // a resource update of a loaded program fails when it begins, not when it is committed
 };
 
 // False on every platform but Wine.

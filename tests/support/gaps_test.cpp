@@ -8,8 +8,10 @@
 #include <shlwapi.h>
 
 #include "common/handles.h"
+#include "stub/stub.h"
 #include "support/guest.h"
 #include "support/hive.h"
+#include "support/module_fixture.h"
 
 namespace {
 
@@ -55,7 +57,17 @@ bool ProgIdsAreReported() {
                            TEXT(".velomiragap"), nullptr, nullptr, &size) != E_NOTIMPL;
 }
 
+bool ALoadedProgramIsOpenedForUpdate(const WideString& file) {
+  const std::vector<std::byte> stub = stub::MakeTemplateStub();
+  WriteFileAt(file, {reinterpret_cast<const char*>(stub.data()), stub.size()});
+  const UniqueModule loaded(LoadLibraryW(file.c_str()));
+  EXPECT_TRUE(loaded);
+  const HANDLE update = BeginUpdateResourceW(file.c_str(), FALSE);
+  return update != nullptr && EndUpdateResourceW(update, TRUE);
+}
+
 TEST_F(PlatformGaps, AreAsTheyAreKnown) {
+  EXPECT_NE(ALoadedProgramIsOpenedForUpdate(Scratch() + TEXT("\\loaded.exe")), Lacks(Gap::LoadedUpdate));
   EXPECT_NE(UserClassesAreShown(), Lacks(Gap::UserClasses));
   EXPECT_NE(ExpandableTextStaysAsItIs(), Lacks(Gap::ExpandedText));
   EXPECT_NE(ProgIdsAreReported(), Lacks(Gap::ProgIdQuery));

@@ -1,5 +1,5 @@
-// A clean guest for each test: natively a guest root and a registry of its own; under Wine the user's keys and
-// folders that the module touches, emptied. The native fixture also ends every test with no handle open.
+// A clean guest for each test: natively a guest root and a registry of its own; under Wine the user's keys
+// and folders that the module touches, emptied. The native fixture also ends every test with no handle open.
 #pragma once
 
 #include <gtest/gtest.h>

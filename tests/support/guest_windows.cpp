@@ -23,7 +23,8 @@ void Clear() {
   SHDeleteKeyW(HKEY_CURRENT_USER, TEXT("Software\\Tessarine"));
   SHDeleteKeyW(HKEY_LOCAL_MACHINE, TEXT("Software\\Tessarine"));
   HKEY classes = nullptr;
-  RegCreateKeyExW(HKEY_CURRENT_USER, TEXT("Software\\Classes"), 0, nullptr, 0, KEY_READ, nullptr, &classes, nullptr);
+  RegCreateKeyExW(HKEY_CURRENT_USER, TEXT("Software\\Classes"), 0, nullptr, 0, KEY_READ, nullptr, &classes,
+                  nullptr);
   RegCloseKey(classes);
   std::filesystem::remove_all(Folder(CSIDL_APPDATA) / L"Tessarine");
   std::filesystem::remove_all(Folder(CSIDL_PROGRAMS) / L"Tessarine Shared Applications");
@@ -32,7 +33,9 @@ void Clear() {
 
 }  // namespace
 
-void GuestTest::SetUp() { Clear(); }
+void GuestTest::SetUp() {
+  Clear();
+}
 
 void GuestTest::TearDown() {}
 

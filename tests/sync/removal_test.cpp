@@ -9,7 +9,7 @@
 #include "launcher/fs.h"
 #include "registry/registry_registration.h"
 #include "support/hive.h"
-#include "support/module_test.h"
+#include "support/module_fixture.h"
 #include "support/raised.h"
 
 namespace {

@@ -6,7 +6,7 @@
 #include "common/names.h"
 #include "launcher/fs.h"
 #include "support/hive.h"
-#include "support/module_test.h"
+#include "support/module_fixture.h"
 #include "support/raised.h"
 
 namespace {

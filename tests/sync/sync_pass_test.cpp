@@ -4,7 +4,7 @@
 #include <windows.h>
 
 #include "support/hive.h"
-#include "support/module_test.h"
+#include "support/module_fixture.h"
 #include "support/raised.h"
 
 namespace {

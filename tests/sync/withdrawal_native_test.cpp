@@ -4,7 +4,7 @@
 #include "host/guest_view.h"
 #include "support/fault_runs.h"
 #include "support/hive.h"
-#include "support/module_test.h"
+#include "support/module_fixture.h"
 #include "support/raised.h"
 
 namespace {

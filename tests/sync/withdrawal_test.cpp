@@ -7,7 +7,7 @@
 #include "host/guest_view.h"
 #include "launcher/fs.h"
 #include "support/hive.h"
-#include "support/module_test.h"
+#include "support/module_fixture.h"
 #include "support/raised.h"
 #include "sync/sync_pass.h"
 

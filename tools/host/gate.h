@@ -52,7 +52,8 @@ class Gate {
   // Queues one command (envelope bytes, 512 at most) for the guest's receive.
   virtual void Push(std::span<const std::byte> envelope) = 0;
   virtual void FailNext(const Fault& fault) = 0;
-  // Waits until a receive is outstanding and no pushed command and no receive fault is left; false on time-out.
+  // Waits until a receive is outstanding and no pushed command and no receive fault is left; false on
+  // time-out.
   virtual bool WaitIdle(std::chrono::milliseconds limit) = 0;
   // False: the device cannot be opened any more (open handles stay usable) until set again.
   virtual void SetPresent(bool present) = 0;

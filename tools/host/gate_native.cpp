@@ -207,13 +207,18 @@ class GateDevice : public platform::Device {
   }
 
   void FailPending(const std::shared_ptr<IoRequest>& request, const Fault& fault) {
+    bool cancelled = false;
     {
       std::lock_guard lock(mutex_);
       failing_ = false;
-      if (outstanding_ != request) return;  // cancelled meanwhile
-      outstanding_.reset();
+      cancelled = outstanding_ != request;
+      if (!cancelled) outstanding_.reset();
     }
-    End(*request, fault);
+    if (cancelled) {
+      Deliver();  // to the receive that has come since
+    } else {
+      End(*request, fault);
+    }
     changed_.notify_all();
   }
 

@@ -85,10 +85,10 @@ std::map<std::string, std::size_t> Census();
 struct FaultPlan {
   enum class Action { None, Fail, EndProcess };
   Action action = Action::None;
-  std::size_t call = 0;          // the number of the call to act on; 0: none
-  bool repeat = false;           // every later call of the same function fails as well, until disarmed
-  DWORD error = 0;               // 0: the function's own plausible error
-  std::function<void()> ending;  // EndProcess: runs before the process ends with status 86
+  std::size_t call = 0;            // the number of the call to act on; 0: none
+  bool repeat = false;             // every later call of the same function fails as well, until disarmed
+  DWORD error = 0;                 // 0: the function's own plausible error
+  std::function<void()> ending{};  // EndProcess: runs before the process ends with status 86
 };
 void ArmFaultPlan(FaultPlan plan);
 // Ends the plan and returns the names of the calls that passed, in order (number n is at n - 1).

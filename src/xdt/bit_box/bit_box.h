@@ -1,7 +1,7 @@
 // The tagged container in which guest and host exchange the data of their commands: items back to back, each
 // index, type and size (u32, little-endian) and `size` value bytes. There is no header and no terminator; the
-// length travels beside it. The composer writes one; bit_box and its iterator read one that came from outside,
-// so every step of the iterator checks that the item lies inside the box.
+// length travels beside it. The composer writes one; bit_box and its iterator read one that came from
+// outside, so every step of the iterator checks that the item lies inside the box.
 #pragma once
 
 #include <bit>
@@ -15,7 +15,8 @@
 
 namespace xdt {
 
-static_assert(std::endian::native == std::endian::little, "numbers are copied to and from the wire as they are");
+static_assert(std::endian::native == std::endian::little,
+              "numbers are copied to and from the wire as they are");
 
 // A view of bytes that someone else owns and that outlive it.
 class bit_box {
@@ -92,7 +93,9 @@ class bit_box::const_iterator {
   const std::byte* end_;
 };
 
-inline bit_box::const_iterator bit_box::begin() const { return {data_, data_ + size_}; }
+inline bit_box::const_iterator bit_box::begin() const {
+  return {data_, data_ + size_};
+}
 
 // Writes items one after the other into a buffer of its own that grows as needed.
 class bit_box::composer {

@@ -9,9 +9,9 @@ namespace xdt {
 
 class code_point {
  public:
-  // `file_name` may be null (an empty name is recorded). `depth` is the number of path separators ('/' or '\')
-  // that the recorded tail begins with and holds; 0, or fewer separators than that, records the whole name.
-  // A `line` below 1 is recorded as 0.
+  // `file_name` may be null (an empty name is recorded). `depth` is the number of path separators ('/' or
+  // '\') that the recorded tail begins with and holds; 0, or fewer separators than that, records the whole
+  // name. A `line` below 1 is recorded as 0.
   code_point(const char* file_name, std::int32_t line, std::int32_t depth);
   code_point(const code_point&) = default;
   code_point& operator=(const code_point&) = default;

@@ -8,8 +8,7 @@ namespace xdt {
 exc_tag::exc_tag(const char* file_name, std::int32_t line, const char* message, std::int32_t depth)
     : code_point(file_name, line, depth), message_(message != nullptr ? message : "") {}
 
-exc_tag::exc_tag(const exc_tag& other)
-    : std::exception(other), code_point(other), message_(other.message_) {}
+exc_tag::exc_tag(const exc_tag& other) : std::exception(other), code_point(other), message_(other.message_) {}
 
 exc_tag& exc_tag::operator=(const exc_tag& other) {
   code_point::operator=(other);

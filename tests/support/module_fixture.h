@@ -3,7 +3,7 @@
 #pragma once
 
 #include "common/host_application.h"
-#include "support/gate_test.h"
+#include "support/gate_fixture.h"
 
 class ModuleTest : public GateTest {
  public:

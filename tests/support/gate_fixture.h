@@ -1,5 +1,5 @@
-// A guest with a simulated host behind its tool gate. The host answers from what a test shares; every breach of
-// the gate's contract by the guest fails the test.
+// A guest with a simulated host behind its tool gate. The host answers from what a test shares; every breach
+// of the gate's contract by the guest fails the test.
 #pragma once
 
 #include "host/catalogue.h"
@@ -42,6 +42,6 @@ std::vector<std::byte> TestBitmap(int width, int height);
 // An application with one small icon; types and schemes are the caller's to add.
 host::Application TestApplication(const std::string& name);
 
-// Installs the template stub and the tools' installation key, and creates the keys that registration expects to
-// find in the user's hive.
+// Installs the template stub and the tools' installation key, and creates the keys that registration expects
+// to find in the user's hive.
 void InstallTools();

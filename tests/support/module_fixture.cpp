@@ -1,6 +1,6 @@
 // Files and resources of the guest, read and written with the platform's calls. Files are loaded as data, so
 // that none of their code runs and what the module loads itself stays apart.
-#include "support/module_test.h"
+#include "support/module_fixture.h"
 
 #include <windows.h>
 

@@ -1,5 +1,5 @@
 // The host of the tests, over the gate of this build.
-#include "support/gate_test.h"
+#include "support/gate_fixture.h"
 
 #include <map>
 #include <memory>
@@ -38,11 +38,13 @@ void GateTest::SetUp() {
   GuestTest::SetUp();
   gate_ = host::CreateGate();
   theScript = std::make_shared<Script>();
-  gate_->Serve([script = theScript](std::span<const std::byte> envelope) { return Answer(*script, envelope); });
+  gate_->Serve(
+      [script = theScript](std::span<const std::byte> envelope) { return Answer(*script, envelope); });
 }
 
 void GateTest::TearDown() {
-  for (const std::string& breach : gate_->Facts().breaches) ADD_FAILURE() << "breach of the contract: " << breach;
+  for (const std::string& breach : gate_->Facts().breaches)
+    ADD_FAILURE() << "breach of the contract: " << breach;
   gate_.reset();
   GuestTest::TearDown();
 }
@@ -92,4 +94,6 @@ host::Application TestApplication(const std::string& name) {
   return application;
 }
 
-void InstallTools() { host::PrepareGuest(); }
+void InstallTools() {
+  host::PrepareGuest();
+}
