@@ -36,4 +36,14 @@ mkdir -p "$(dirname "$WINEPREFIX")"
   cat "$WINEPREFIX.log" >&2
   exit 126
 }
+# A program that is to meet an older Windows runs under a name of its own, since Wine keeps the version by name.
+if [[ -n ${VELOMIRA_WINDOWS_VERSION:-} ]]; then
+  declare -A names=([6.0]=vista [6.1]=win7 [10.0]=win10)
+  program=${1%.exe}-$VELOMIRA_WINDOWS_VERSION.exe
+  cp -u "$1" "$program"
+  wine64 reg add "HKCU\\Software\\Wine\\AppDefaults\\$(basename "$program")" /v Version /f \
+    /d "${names[$VELOMIRA_WINDOWS_VERSION]}" >/dev/null
+  shift
+  exec wine64 "$program" "$@"
+fi
 exec wine64 "$@"

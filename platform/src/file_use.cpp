@@ -37,7 +37,7 @@ DWORD NeededShare(DWORD access) {
 }  // namespace
 
 FileUse::FileUse(int descriptor, FileIdentity identity, DWORD access, DWORD share)
-    : descriptor_(descriptor), identity_(identity), access_(access), share_(share) {}
+    : descriptor_(descriptor), identity_(std::move(identity)), access_(access), share_(share) {}
 
 FileUse::~FileUse() {
   {

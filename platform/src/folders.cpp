@@ -120,7 +120,7 @@ int WINAPI SHFileOperationW(LPSHFILEOPSTRUCTW operation) {
   }
   operation->fAnyOperationsAborted = FALSE;
   for (std::u16string_view path = operation->pFrom; !path.empty(); path = path.data() + path.size() + 1) {
-    if (path.find_first_of(u"*?") != path.npos) platform::Unsupported(name, "wildcards");
+    if (path.find_first_of(u"*?") != std::u16string_view::npos) platform::Unsupported(name, "wildcards");
     const platform::HostPath host = platform::ResolvePath(path);
     const DWORD error = host.error     ? host.error
                         : !host.exists ? ERROR_FILE_NOT_FOUND

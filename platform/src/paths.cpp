@@ -41,7 +41,7 @@ bool IsValidName(std::u16string_view name) {
 
 // The entry of `folder` that `name` names, in the host's spelling; empty when there is none.
 fs::path FindEntry(const fs::path& folder, std::u16string_view name) {
-  const fs::path exact = folder / ToUtf8(name);
+  fs::path exact = folder / ToUtf8(name);
   std::error_code failed;
   if (fs::exists(fs::symlink_status(exact, failed))) return exact;
   for (fs::directory_iterator i(folder, failed), end; !failed && i != end; i.increment(failed)) {

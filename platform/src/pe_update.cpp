@@ -92,7 +92,7 @@ class TreeWriter {
     Put(bytes_, offset + 14, static_cast<std::uint32_t>(numbers), 2);
   }
 
-  std::size_t NameField(WORD language) { return language; }
+  static std::size_t NameField(WORD language) { return language; }
   std::size_t NameField(const ResourceName& name) {
     const auto* text = std::get_if<std::u16string>(&name);
     if (!text) return std::get<WORD>(name);

@@ -14,8 +14,9 @@
 namespace {
 
 void DropUnusable(std::vector<WideString>& names) {
-  std::erase_if(names,
-                [](const WideString& name) { return name.empty() || name.find(TEXT('\\')) != name.npos; });
+  std::erase_if(names, [](const WideString& name) {
+    return name.empty() || name.find(TEXT('\\')) != WideString::npos;
+  });
 }
 
 MacAppDetails DetailsOf(const MacAppInfo& app) {

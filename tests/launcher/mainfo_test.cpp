@@ -80,6 +80,26 @@ TEST_F(LauncherCreation, OnlyResourcesOfTheSameLanguageAreReplaced) {
             "-16/1/1024 3\n+16/1/1024 700\n");
 }
 
+// The checksums were taken once; every build writes these bytes, whatever updates the file.
+TEST_F(LauncherCreation, EveryBuildWritesTheSameBytes) {
+  ASSERT_TRUE(CreateLauncher(folder(), Info("Chess"), true));
+  const struct {
+    WORD type, name, language;
+    std::uint64_t sum;  // FNV-1a
+  } resources[] = {
+      {rcData, 260, 0, 0x5C10B6DC0920122B},  {rcData, 259, 0, 0xD08760945E6B3073},
+      {16, 1, 0x0400, 0xC93B4571B586574C},   {3, 449, 0x0400, 0xA5F9F2C41C091558},
+      {14, 448, 0x0400, 0x3E131DAF9AE268F6}, {rcData, 57005, 0, 0x6EAF4DE8CD544D90},
+  };
+  for (const auto& resource : resources) {
+    std::uint64_t sum = 0xCBF29CE484222325;
+    for (const char byte : ResourceData(Launcher("Chess"), resource.type, resource.name, resource.language)) {
+      sum = (sum ^ static_cast<unsigned char>(byte)) * 0x100000001B3;
+    }
+    EXPECT_EQ(sum, resource.sum) << resource.type << "/" << resource.name;
+  }
+}
+
 TEST_F(LauncherCreation, AValidLauncherIsLeftAlone) {
   CopyTemplate();
   PutResource(Launcher("Chess"), rcData, 260, 0, Utf16Bytes(TEXT("another.identifier")));

@@ -108,6 +108,7 @@ class bit_box::composer {
   // Copies `size` bytes into a new item. Raises "BAD_REALLOC"; the items written before are then still there.
   void append(std::uint32_t type, const void* value, std::uint32_t size) {
     const std::uint32_t needed = size + header_size;
+    if (needed < size) XDT_RAISE("BAD_REALLOC");  // more than the format can count
     if (capacity_ - used_ < needed) grow(needed);
     const std::uint32_t header[] = {next_index_, type, size};
     std::memcpy(buffer_ + used_, header, header_size);
