@@ -152,7 +152,7 @@ def postcard():
     ]
 
 
-def compass():
+def wayfinder():
     return [
         plate((236, 240, 244), (186, 196, 208)),
         (ring(0.5, 0.5, 0.32, 0.05), flat(60, 76, 96)),
@@ -205,7 +205,7 @@ def main():
     folder = pathlib.Path(__file__).parent
     large = {cafe_chess: 256, loom: 256, postcard: 256}
     for drawing in (
-        cafe_chess, ink_garden, tidepool, loom, starling, parcel, lantern, metronome, postcard, compass
+        cafe_chess, ink_garden, tidepool, loom, starling, parcel, lantern, metronome, postcard, wayfinder
     ):
         for size in (*SIZES, large.get(drawing, 128)):
             name = f"{drawing.__name__.replace('_', '-')}-{size}.png"
