@@ -148,7 +148,7 @@ class ShellLink final : public IShellLinkW, public IPersistFile, public IPropert
 HRESULT CreateShellLink(REFIID iid, void** object) {
   std::unique_ptr<ShellLink, ShellLink::Deleter> link(new ShellLink);
   const HRESULT result = link->Query(iid, object);
-  if (SUCCEEDED(result)) link.release();  // its references own it from here
+  if (SUCCEEDED(result)) static_cast<void>(link.release());  // its references own it from here
   return result;
 }
 

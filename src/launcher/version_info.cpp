@@ -58,8 +58,8 @@ std::vector<std::byte> BuildVersionInfo(const VersionFixedInfo& fixed, const Ver
     out.Put(fixed);
     out.Block(TEXT("StringFileInfo"), 0, text, [&] {
       out.Block(TEXT("040904B0"), 0, text, [&] {
-        for (const auto& [key, value] : strings) {
-          out.Block(key, value.size() + 1, text, [&] { out.PutText(value); });
+        for (const auto& entry : strings) {
+          out.Block(entry.first, entry.second.size() + 1, text, [&] { out.PutText(entry.second); });
         }
       });
     });

@@ -7,7 +7,7 @@
 // Brings one application into the guest: its launcher, then everything that ties it to the types and schemes
 // that the host names. True when the launcher was built or an extension newly claimed, so that the shell is
 // to be told. Raises at the first failure; what was written before it stays.
-bool RegisterHostApplication(const WideString& launcherFolder, const MacAppInfo& app, bool skipIfCurrent);
+bool RegisterHostApplication(const WideString& launcherFolder, const MacAppInfo& info, bool skipIfCurrent);
 
 // Writes the launcher's application key with its open command; other values of the key stay. Raises
 // "RegOpenCurrentUser() failed" or "can't register application".

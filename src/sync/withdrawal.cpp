@@ -28,7 +28,7 @@ template <class Visit>
 void ForEachSubkey(const Key& key, Visit visit) {
   WCHAR name[1024];
   for (DWORD index = 0;; ++index) {
-    DWORD length = static_cast<DWORD>(std::size(name));
+    auto length = static_cast<DWORD>(std::size(name));
     if (RegEnumKeyExW(key.get(), index, name, &length, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS)
       return;
     visit(WideString(name, length));

@@ -33,7 +33,8 @@ std::string Count(std::size_t number, const char* noun) {
 Catalogue Changed(const Catalogue& catalogue) {
   const auto& apps = catalogue.applications();
   if (apps.size() < 3) throw std::runtime_error("the story needs a catalogue of at least three applications");
-  const Application renamed = apps[0], gone = apps[1];
+  const Application& renamed = apps[0];
+  const Application& gone = apps[1];
   Application added = apps[2], refused = apps[2];
   added.name = "Newcomer";
   added.bundleId = "example.newcomer";

@@ -11,6 +11,7 @@ exc_tag::exc_tag(const char* file_name, std::int32_t line, const char* message, 
 exc_tag::exc_tag(const exc_tag& other) : std::exception(other), code_point(other), message_(other.message_) {}
 
 exc_tag& exc_tag::operator=(const exc_tag& other) {
+  if (this == &other) return *this;
   code_point::operator=(other);
   message_ = other.message_;
   formatted_.clear();
@@ -22,7 +23,7 @@ const char* exc_tag::what() const noexcept {
     // The colon, the colon and blank, a signed 32-bit number of at most 11 characters, and the NUL.
     std::string buffer(file_name().size() + message_.size() + 15, '\0');
     std::snprintf(buffer.data(), buffer.size(), "%s:%d: %s", file_name().c_str(), line(), message_.c_str());
-    formatted_ = buffer.c_str();
+    formatted_.assign(buffer.data());  // up to the NUL
     return formatted_.c_str();
   } catch (const std::exception&) {
     return message_.c_str();  // out of memory: the text without its source point
