@@ -2,6 +2,7 @@
 #include "xdt/exception/exc_tag.h"
 
 #include <cstdio>
+#include <utility>
 
 namespace xdt {
 
@@ -22,8 +23,10 @@ const char* exc_tag::what() const noexcept {
   try {
     // The colon, the colon and blank, a signed 32-bit number of at most 11 characters, and the NUL.
     std::string buffer(file_name().size() + message_.size() + 15, '\0');
-    std::snprintf(buffer.data(), buffer.size(), "%s:%d: %s", file_name().c_str(), line(), message_.c_str());
-    formatted_.assign(buffer.data());  // up to the NUL
+    const int length = std::snprintf(buffer.data(), buffer.size(), "%s:%d: %s", file_name().c_str(), line(),
+                                     message_.c_str());
+    buffer.resize(static_cast<std::size_t>(length));
+    formatted_ = std::move(buffer);
     return formatted_.c_str();
   } catch (const std::exception&) {
     return message_.c_str();  // out of memory: the text without its source point
