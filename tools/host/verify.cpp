@@ -271,7 +271,8 @@ void GuestModel::Off() {
 
 std::vector<std::string> BeyondResidue(const Snapshot& before, const Snapshot& after) {
   std::vector<std::string> differences;
-  CompareEntries(before.files, after.files, true, differences);
+  CompareEntries({}, after.files, true,
+                 differences);  // both folders go whole, also those that were there before
   Entries found = after.registry;
   std::erase_if(found, [&](const auto& entry) {
     const std::string& path = entry.first;
