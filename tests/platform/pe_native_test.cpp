@@ -160,7 +160,7 @@ TEST_F(PeNative, AFailedCommitLeavesTheFileAndNothingBesideIt) {
 }
 
 TEST_F(PeNative, ForeignReadersAgree) {
-  if (!Installed("wrestool") || !Installed("readpe")) GTEST_SKIP() << "wrestool and readpe are not installed";
+  ASSERT_TRUE(Installed("wrestool") && Installed("readpe")) << "the packages icoutils and pev are missing";
   for (const stub::Layout layout :
        {stub::Layout{}, {.wide = false}, {.relocations = true}, {.resources = false}}) {
     ASSERT_TRUE(pe::Write(path, pe::Stub(layout)));
