@@ -76,9 +76,11 @@ static_assert(sizeof(WMA_Command) == 20 && offsetof(WMA_Command, dataSize) == 16
 
 inline constexpr std::uint32_t commandVersion = 3;
 
-inline constexpr std::uint32_t CmdAnnounceRequest = 1;  // host to guest
-inline constexpr std::uint32_t CmdSharingState =
-    100;                                             // host to guest: on or off; guest to host: announcement
-inline constexpr std::uint32_t CmdGetAppList = 102;  // guest to host, as the next two
+// Host to guest.
+inline constexpr std::uint32_t CmdAnnounceRequest = 1;
+// Host to guest: sharing goes on or off. Guest to host: the announcement.
+inline constexpr std::uint32_t CmdSharingState = 100;
+// Guest to host.
+inline constexpr std::uint32_t CmdGetAppList = 102;
 inline constexpr std::uint32_t CmdGetAppIcons = 103;
 inline constexpr std::uint32_t CmdGetAppDetails = 104;

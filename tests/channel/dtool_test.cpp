@@ -8,24 +8,10 @@
 
 #include "channel/tool_gate.h"
 #include "support/gate_fixture.h"
-#include "support/raised.h"
 
 namespace {
 
 class ToolDeviceTest : public GateTest {};
-
-TEST_F(ToolDeviceTest, AnAbsentDeviceIsRaisedAndEachObjectOpensAndClosesOnce) {
-  gate().SetPresent(false);
-  EXPECT_EQ(Raised([] { ToolDevice device; }), "dtool: Can't open tool device driver");
-  gate().SetPresent(true);
-  for (std::uint64_t i = 1; i <= 2; ++i) {
-    const ToolDevice device;
-    EXPECT_EQ(gate().Facts().opens, i);
-    EXPECT_EQ(gate().Facts().closes, i - 1);
-  }
-  EXPECT_EQ(gate().Facts().closes, 2u);
-  EXPECT_EQ(gate().Facts().sends, 0u);
-}
 
 TEST_F(ToolDeviceTest, TheCountIsTheSystemsAndTheStatusTheDevicesOrTheSystems) {
   struct Case {

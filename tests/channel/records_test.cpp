@@ -219,21 +219,11 @@ TEST_F(HostRecords, AListIsReadInPairsUntilItBreaks) {
 }
 
 TEST_F(HostRecords, TextsAreUtf8UpToTheirNul) {
-  struct Case {
-    std::string utf8;
-    WideString wide;
-  };
-  const Case cases[] = {{"", TEXT("")},
-                        {std::string("a\0b", 3), TEXT("a")},
-                        {"\xE6\xBC\xA2 \xF0\x9F\x98\x80", TEXT("\u6F22 \U0001F600")},
-                        {"a\xFFz", TEXT("a\uFFFDz")}};
-  for (const Case& c : cases) {
-    apps.clear();
-    AnswerWith({Items().Text(text, "id").Text(text, c.utf8).Take()});
-    EXPECT_EQ(List(), "");
-    ASSERT_EQ(apps.size(), 1u);
-    EXPECT_EQ(apps[0].name, c.wide);
-  }
+  const std::string name = "\xE6\xBC\xA2 \xF0\x9F\x98\x80 a\xFFz";
+  AnswerWith({Items().Text(text, "id").Text(text, name + '\0' + 'b').Take()});
+  EXPECT_EQ(List(), "");
+  ASSERT_EQ(apps.size(), 1u);
+  EXPECT_EQ(apps[0].name, TEXT("\u6F22 \U0001F600 a\uFFFDz"));
 }
 
 TEST_F(HostRecords, DetailsAreSortedByTypeInAnyOrderUntilTheyBreak) {

@@ -33,7 +33,6 @@ struct Receive {
   bool IsSignalled() const { return WaitForSingleObject(context->Event(), 0) == WAIT_OBJECT_0; }
   std::uint32_t status() const { return packet.header.status; }
   std::uint32_t byteCount() const { return packet.buffers[0].byteCount; }
-  void Refill() { packet.buffers[0].byteCount = 512; }
 };
 
 struct Send {
@@ -61,12 +60,6 @@ class TgChannel : public GateTest {
 
   std::unique_ptr<Tg> tg;
 };
-
-TEST_F(TgChannel, WithoutADeviceThereIsNoChannel) {
-  gate().SetPresent(false);
-  EXPECT_EQ(OpenTg(), nullptr);
-  gate().SetPresent(true);
-}
 
 TEST_F(TgChannel, AReceiveIsInFlightUntilItIsPolledAfterItsEnd) {
   Receive receive;
@@ -132,7 +125,7 @@ TEST_F(TgChannel, APendingReceiveGetsItsOutcomeWhenPolled) {
   }
 }
 
-TEST_F(TgChannel, CancellingEndsTheReceiveAndLosesNoCommand) {
+TEST_F(TgChannel, CancellingEndsTheReceive) {
   tg->Cancel();  // nothing outstanding: nothing happens
   Receive receive;
   tg->Submit(*receive.context);
@@ -142,11 +135,6 @@ TEST_F(TgChannel, CancellingEndsTheReceiveAndLosesNoCommand) {
   EXPECT_EQ(receive.status(), TgStatusCancelled);
   EXPECT_EQ(receive.byteCount(), 0u);
   EXPECT_EQ(gate().Facts().cancelled, 1u);
-  gate().Push(host::AnnounceCommand());
-  receive.Refill();
-  tg->Submit(*receive.context);
-  EXPECT_TRUE(tg->Poll(*receive.context));
-  EXPECT_EQ(receive.status(), TgStatusSuccess);
 }
 
 TEST_F(TgChannel, AnExhaustedQuotaIsWaitedFor) {

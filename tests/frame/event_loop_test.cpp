@@ -167,7 +167,6 @@ TEST_F(EventLoop, WhatTheHostAnswersToTheAnnouncementIsIgnored) {
 // Errors that the protocol does not know end the loop; the worker stays published until it is stopped.
 TEST_F(EventLoop, AnyOtherErrorEndsTheLoopAndTheNextStartAfterAStopWorks) {
   const host::Fault faults[] = {{.systemError = ERROR_GEN_FAILURE},
-                                {.systemError = ERROR_NOT_READY, .pendFirst = true},
                                 {.request = host::sendCommand, .systemError = ERROR_GEN_FAILURE}};
   for (const host::Fault& fault : faults) {
     gate().FailNext(fault);
@@ -179,10 +178,7 @@ TEST_F(EventLoop, AnyOtherErrorEndsTheLoopAndTheNextStartAfterAStopWorks) {
     const host::GateFacts facts = gate().Facts();
     EXPECT_EQ(facts.receives - before.receives, 1u);
     EXPECT_EQ(facts.closes, facts.opens);
-    // The stop may come before a receive that is pending has failed.
-    if (!fault.pendFirst) {
-      EXPECT_EQ(facts.cancelled - before.cancelled, fault.request == host::sendCommand ? 1u : 0u);
-    }
+    EXPECT_EQ(facts.cancelled - before.cancelled, fault.request == host::sendCommand ? 1u : 0u);
     TakeAsked();
     StartAndAwaitAnnouncement();
     Run(on);

@@ -38,11 +38,10 @@ class WorkerGuest : public GateTest {
     std::lock_guard lock(mutex_);
     return std::exchange(asked_, {});
   }
-  // Waits until `code` has been asked `count` times since they were last taken.
-  void Await(std::uint32_t code, std::ptrdiff_t count = 1) {
+  // Waits until `code` has been asked since the questions were last taken.
+  void Await(std::uint32_t code) {
     std::unique_lock lock(mutex_);
-    const bool seen =
-        changed_.wait_for(lock, patience, [&] { return std::ranges::count(asked_, code) >= count; });
+    const bool seen = changed_.wait_for(lock, patience, [&] { return std::ranges::count(asked_, code) > 0; });
     EXPECT_TRUE(seen) << "question " << code << " does not come";
   }
   void AwaitIdle() { EXPECT_TRUE(gate().WaitIdle(patience)) << "no receive"; }

@@ -13,8 +13,6 @@ namespace {
 
 class WorkerFailures : public WorkerGuest {
  protected:
-  static bool Waits() { return platform::CallCounts().contains("MsgWaitForMultipleObjects"); }
-
   void AwaitEnd() {
     while (platform::Census().contains("com")) std::this_thread::yield();
   }
@@ -85,7 +83,7 @@ TEST_F(WorkerFailures, AnErrorOfAPendingReceiveEndsTheWorkerWhichStaysPublished)
   platform::ResetCallCounts();
   gate().FailNext({.systemError = ERROR_NOT_READY, .pendFirst = true});
   EXPECT_TRUE(StartWorker());
-  while (!Waits()) std::this_thread::yield();
+  while (!platform::CallCounts().contains("MsgWaitForMultipleObjects")) std::this_thread::yield();
   AwaitEnd();
   EXPECT_TRUE(StartWorker());
   EXPECT_EQ(gate().Facts().opens, 2u);

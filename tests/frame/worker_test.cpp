@@ -9,25 +9,17 @@ namespace {
 
 class Worker : public WorkerGuest {};
 
-TEST_F(Worker, ASecondStartMakesNoSecondWorker) {
-  StartAndAwaitAnnouncement();
-  EXPECT_TRUE(StartWorker());
-  Run(Command(7));
-  const host::GateFacts facts = gate().Facts();
-  EXPECT_EQ(facts.opens, 2u);  // both handles of one worker
-  EXPECT_EQ(facts.receives, 2u);
-  EXPECT_TRUE(StopWorker());
-  EXPECT_EQ(gate().Facts().closes, 2u);
-  EXPECT_EQ(TakeAsked(), std::vector{CmdSharingState});
-}
-
-TEST_F(Worker, AStopCancelsTheOutstandingReceiveAndCanBeRepeated) {
+TEST_F(Worker, ASecondStartAndASecondStopDoNothing) {
   EXPECT_TRUE(StopWorker());
   for (std::uint64_t run = 1; run <= 3; ++run) {
     StartAndAwaitAnnouncement();
+    EXPECT_TRUE(StartWorker());
+    Run(Command(7));
     EXPECT_TRUE(StopWorker());
     EXPECT_TRUE(StopWorker());
     const host::GateFacts facts = gate().Facts();
+    EXPECT_EQ(facts.opens, 2 * run);  // both handles of one worker
+    EXPECT_EQ(facts.receives, 2 * run);
     EXPECT_EQ(facts.cancelled, run);
     EXPECT_EQ(facts.closes, facts.opens);
     EXPECT_EQ(TakeAsked(), std::vector{CmdSharingState});
@@ -43,16 +35,6 @@ TEST_F(Worker, AStopRightAfterTheStartIsNotLost) {
     EXPECT_EQ(gate().Facts().receives, run);
     EXPECT_EQ(gate().Facts().cancelled, run);
   }
-}
-
-TEST_F(Worker, WithoutADeviceTheStartFailsAndALaterOneTriesAgain) {
-  gate().SetPresent(false);
-  EXPECT_FALSE(StartWorker());
-  EXPECT_FALSE(StartWorker());
-  EXPECT_TRUE(StopWorker());
-  gate().SetPresent(true);
-  EXPECT_EQ(gate().Facts().opens, 0u);
-  StartAndAwaitAnnouncement();
 }
 
 TEST_F(Worker, TheExportsStartAndStopAndReportOnlyAFailedStart) {

@@ -91,41 +91,30 @@ TEST_F(CatalogueTest, AWholeEntryIsRead) {
 TEST_F(CatalogueTest, ABadCatalogueIsRefusedWithFileAndReason) {
   const auto apps = [](const std::string& list) { return R"({"applications": [)" + list + "]}"; };
   const std::string good = R"({"bundleId": "b", "name": "A"})";
+  const auto with = [&](const std::string& field) {
+    return apps(R"({"bundleId": "b", "name": "A", )" + field + "}");
+  };
   const struct {
-    const char* what;
-    std::string json, file, reason;
+    std::string json, reason, file = "catalogue.json";
   } cases[] = {
-      {"no JSON", "{", "catalogue.json", "parse error"},
-      {"no list", R"({"apps": []})", "catalogue.json", "\"applications\""},
-      {"an unknown field", apps(R"({"bundleId": "b", "name": "A", "icon": []})"), "catalogue.json",
-       "applications[0]: unknown field \"icon\""},
-      {"a number for a name", apps(R"({"bundleId": "b", "name": 1})"), "catalogue.json",
-       "name: must be a text"},
-      {"a text for a list", apps(R"({"bundleId": "b", "name": "A", "urlSchemes": "s"})"), "catalogue.json",
-       "urlSchemes: must be a list"},
-      {"a text for a flag", apps(R"({"bundleId": "b", "name": "A", "anyType": "yes"})"), "catalogue.json",
-       "anyType: must be true or false"},
-      {"no name", apps(R"({"bundleId": "b"})"), "catalogue.json", "name is empty"},
-      {"a name that no file can have", apps(R"({"bundleId": "b", "name": "A: B"})"), "catalogue.json",
-       "name cannot name a file"},
-      {"an empty type", apps(R"({"bundleId": "b", "name": "A", "documentTypes": [""]})"), "catalogue.json",
-       "documentTypes is empty"},
-      {"a scheme that would be another key",
-       apps(R"({"bundleId": "b", "name": "A", "urlSchemes": ["a\\b"]})"), "catalogue.json", "backslash"},
-      {"a missing icon", apps(R"({"bundleId": "b", "name": "A", "icons": ["no.png"]})"), "no.png",
-       "cannot be opened"},
-      {"an icon that is no PNG", apps(R"({"bundleId": "b", "name": "A", "icons": ["text.png"]})"), "text.png",
-       "is no PNG image"},
-      {"an unknown format",
-       apps(R"({"bundleId": "b", "name": "A", "icons": [{"file": "a.png", "format": "gif"}]})"),
-       "catalogue.json", "unknown format"},
-      {"names that are one file", apps(good + R"(, {"bundleId": "c", "name": "a"})"), "catalogue.json",
-       "two of this name"},
-      {"a bundleId twice", apps(good + R"(, {"bundleId": "b", "name": "B"})"), "catalogue.json",
-       "bundleId of A"},
+      {"{", "parse error"},
+      {R"({"apps": []})", "\"applications\""},
+      {with(R"("icon": [])"), "applications[0]: unknown field \"icon\""},
+      {apps(R"({"bundleId": "b", "name": 1})"), "name: must be a text"},
+      {with(R"("urlSchemes": "s")"), "urlSchemes: must be a list"},
+      {with(R"("anyType": "yes")"), "anyType: must be true or false"},
+      {apps(R"({"bundleId": "b"})"), "name is empty"},
+      {apps(R"({"bundleId": "b", "name": "A: B"})"), "name cannot name a file"},
+      {with(R"("documentTypes": [""])"), "documentTypes is empty"},
+      {with(R"("urlSchemes": ["a\\b"])"), "backslash"},
+      {with(R"("icons": ["no.png"])"), "cannot be opened", "no.png"},
+      {with(R"("icons": ["text.png"])"), "is no PNG image", "text.png"},
+      {with(R"("icons": [{"file": "a.png", "format": "gif"}])"), "unknown format"},
+      {apps(good + R"(, {"bundleId": "c", "name": "a"})"), "two of this name"},
+      {apps(good + R"(, {"bundleId": "b", "name": "B"})"), "bundleId of A"},
   };
   for (const auto& each : cases) {
-    SCOPED_TRACE(each.what);
+    SCOPED_TRACE(each.json);
     const std::string message = Refusal(each.json);
     EXPECT_NE(message.find(each.file), std::string::npos) << message;
     EXPECT_NE(message.find(each.reason), std::string::npos) << message;

@@ -135,10 +135,4 @@ TEST(Replies, WhatCannotBeAnsweredGetsAResult) {
   }
 }
 
-TEST(Replies, CommandsForTheGuest) {
-  EXPECT_EQ(host::SharingCommand(true), Envelope(100, {std::byte{1}}));
-  EXPECT_EQ(host::SharingCommand(false), Envelope(100, {std::byte{0}}));
-  EXPECT_EQ(host::AnnounceCommand(), Envelope(1, {}));
-}
-
 }  // namespace

@@ -132,32 +132,6 @@ TEST_F(GuestModelTest, ASchemeBelongsToWhoDeclaredItFirst) {
   EXPECT_FALSE(Has(classesKey + "\\s"));
 }
 
-TEST_F(GuestModelTest, AnApplicationWithoutUsableIconIsNotThere) {
-  host::Application refused = App("Faceless", {"a"}, {"a"}, {"s"});
-  refused.icons[0].accepted = false;
-  model_.On(Listed({refused}));
-  EXPECT_EQ(model_.expected().files, (Entries{{folder, ""}, {shortcuts, ""}}));
-  EXPECT_EQ(model_.expected().registry, Installed().registry);
-}
-
-TEST_F(GuestModelTest, ARenamedApplicationIsBuiltAnewAndLeavesItsOffersBehind) {
-  model_.On(Listed({App("Old", {"a"}, {"a"}, {"s"})}));
-  host::Application renamed = App("New", {"a"}, {"a"}, {"s"});
-  model_.On(Listed({renamed}));
-  EXPECT_FALSE(Has(applications + "\\Old (Mac).exe"));
-  EXPECT_FALSE(model_.expected().files.contains(folder + "\\Old (Mac).exe"));
-  EXPECT_TRUE(Has(classesKey + "\\.a\\OpenWithList\\Old (Mac).exe"));
-  EXPECT_EQ(Data(classesKey + "\\a_auto_file\\shell\\open\\command", ""),
-            RegistryText("\"C:\\L\\New (Mac).exe\" \"%1\""));
-  model_.Off();
-  EXPECT_TRUE(Has(classesKey + "\\.a\\OpenWithList\\Old (Mac).exe"));
-  EXPECT_FALSE(Has(classesKey + "\\.a\\OpenWithList\\New (Mac).exe"));
-  EXPECT_FALSE(Has(classesKey + "\\a_auto_file"));
-  EXPECT_EQ(Data(classesKey + "\\.a\\OpenWithProgids", "a_auto_file"), "REG_NONE, 0 bytes");
-  EXPECT_TRUE(model_.expected().files.empty());
-  EXPECT_TRUE(BeyondResidue(Installed(), model_.expected()).empty());
-}
-
 TEST_F(GuestModelTest, ALauncherThatLostItsRegistrationIsRemovedAndThenBuiltAnew) {
   host::Snapshot start = Installed();
   start.files[folder + "\\A (Mac).exe"];

@@ -85,18 +85,6 @@ class LogFile : public GuestTest {
   static constexpr std::int64_t readAndWrite = FILE_GENERIC_READ | FILE_GENERIC_WRITE;
 };
 
-TEST_F(LogFile, IsMadeWithItsFolderAndKeptOpen) {
-  InOwnProcess([] {
-    ASSERT_FALSE(fs::exists(Primary().parent_path()));
-    Write("a");
-    Write("b");
-    EXPECT_EQ(Messages(Primary()), "a;b;");
-    EXPECT_EQ(InteractiveMask(Primary()), readAndWrite);
-    EXPECT_EQ(platform::Census(), (std::map<std::string, std::size_t>{{"file", 1}}));
-    EXPECT_FALSE(fs::exists(Fallback()));
-  });
-}
-
 TEST_F(LogFile, AnExistingFileIsContinuedWithItsAccessListAsItIs) {
   InOwnProcess([] {
     fs::create_directories(Primary().parent_path());
@@ -107,14 +95,19 @@ TEST_F(LogFile, AnExistingFileIsContinuedWithItsAccessListAsItIs) {
   });
 }
 
-TEST_F(LogFile, ADeletedOrReplacedFileIsOpenedAnew) {
+TEST_F(LogFile, IsMadeWithItsFolderKeptOpenAndOpenedAnewWhenDeletedOrReplaced) {
   InOwnProcess([] {
+    ASSERT_FALSE(fs::exists(Primary().parent_path()));
     Write("first");
+    Write("second");
+    EXPECT_EQ(Messages(Primary()), "first;second;");
+    EXPECT_EQ(InteractiveMask(Primary()), readAndWrite);
+    EXPECT_EQ(platform::Census(), (std::map<std::string, std::size_t>{{"file", 1}}));
     const fs::path moved = Primary().parent_path() / "moved.log";
     fs::rename(Primary(), moved);
     WriteUntilIn(Primary());
     EXPECT_EQ(InteractiveMask(Primary()), readAndWrite);
-    EXPECT_TRUE(Messages(moved).starts_with("first;"));
+    EXPECT_TRUE(Messages(moved).starts_with("first;second;"));
     const std::string left = Messages(moved);
 
     fs::remove(Primary());

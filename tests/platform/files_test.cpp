@@ -1,12 +1,7 @@
-// Files as the module and its tests use them: opening, sharing, appending, copying, deleting, enumerating,
-// and the access list of a file. Read-only attributes and denied folders are tested natively alone: a
+// Files as the module and its tests use them: opening, sharing, appending, copying, deleting, enumerating.
+// Read-only attributes and denied folders are tested natively alone: a
 // superuser's Wine does not heed them.
 #include <windows.h>
-
-#include <aclapi.h>
-#include <sddl.h>
-
-#include <vector>
 
 #include "common/handles.h"
 #include "support/guest.h"
@@ -159,20 +154,6 @@ TEST_F(FilesTest, TwoOpensAgreeOrTheSecondFails) {
   }
 }
 
-TEST_F(FilesTest, HandlesGiveOnlyTheRightsThatTheyWereOpenedWith) {
-  const WideString path = Path(TEXT("file"));
-  Write(path, "abc");
-  char byte = 'x';
-  DWORD count = 9;
-  const UniqueFile reader = Open(path, GENERIC_READ, shareAll, OPEN_EXISTING);
-  EXPECT_FALSE(WriteFile(reader.get(), &byte, 1, &count, nullptr));
-  EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
-  const UniqueFile writer = Open(path, FILE_APPEND_DATA, shareAll, OPEN_EXISTING);
-  EXPECT_FALSE(ReadFile(writer.get(), &byte, 1, &count, nullptr));
-  EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
-  EXPECT_EQ(Read(path), "abc");
-}
-
 TEST_F(FilesTest, WritesGoToTheirOffsetAndAppendsToTheEnd) {
   const WideString path = Path(TEXT("file"));
   const UniqueFile first = Open(path, readWrite, shareAll, CREATE_NEW);
@@ -185,21 +166,6 @@ TEST_F(FilesTest, WritesGoToTheirOffsetAndAppendsToTheEnd) {
   DWORD written = 0;
   EXPECT_TRUE(WriteFile(first.get(), "NE", 2, &written, &start));
   EXPECT_EQ(Read(path), "oNE,two,three");
-}
-
-TEST_F(FilesTest, ReplacedFileHasAnotherIdentity) {
-  const auto identity = [](const UniqueFile& file) {
-    BY_HANDLE_FILE_INFORMATION information{};
-    EXPECT_TRUE(GetFileInformationByHandle(file.get(), &information));
-    return std::tuple(information.dwVolumeSerialNumber, information.nFileIndexHigh,
-                      information.nFileIndexLow);
-  };
-  const WideString path = Path(TEXT("file"));
-  const UniqueFile kept = Open(path, readWrite, shareAll, CREATE_NEW);
-  const UniqueFile again = Open(path, GENERIC_READ, shareAll, OPEN_EXISTING);
-  EXPECT_EQ(identity(kept), identity(again));
-  const UniqueFile other = Open(Path(TEXT("other")), GENERIC_READ, shareAll, CREATE_NEW);
-  EXPECT_NE(identity(kept), identity(other));
 }
 
 TEST_F(FilesTest, DeletionNeedsEveryOpenHandleToShareIt) {
@@ -265,80 +231,6 @@ TEST_F(FilesTest, SearchesMatchPatternsWithoutCase) {
       {TEXT("d*"), "(error 2)"},
   };
   for (const auto& c : cases) EXPECT_EQ(Found(c.pattern), c.names) << WideToUtf8(c.pattern);
-}
-
-TEST_F(FilesTest, FoldersAreMadeAndRemovedOnceAndEmpty) {
-  const auto made = [](const WideString& path) -> DWORD {
-    return CreateDirectoryW(path.c_str(), nullptr) ? 0 : GetLastError();
-  };
-  const auto removed = [](const WideString& path) -> DWORD {
-    return RemoveDirectoryW(path.c_str()) ? 0 : GetLastError();
-  };
-  const WideString folder = Path(TEXT("folder"));
-  EXPECT_EQ(made(folder), 0u);
-  EXPECT_EQ(made(folder), static_cast<DWORD>(ERROR_ALREADY_EXISTS));
-  EXPECT_EQ(made(Path(TEXT("none\\folder"))), static_cast<DWORD>(ERROR_PATH_NOT_FOUND));
-  EXPECT_EQ(GetFileAttributesW(folder.c_str()), static_cast<DWORD>(FILE_ATTRIBUTE_DIRECTORY));
-  Write(folder + TEXT("\\file"), "x");
-  EXPECT_EQ(removed(folder), static_cast<DWORD>(ERROR_DIR_NOT_EMPTY));
-  EXPECT_FALSE(DeleteFileW(folder.c_str()));
-  EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_ACCESS_DENIED));
-  EXPECT_TRUE(DeleteFileW((folder + TEXT("\\file")).c_str()));
-  EXPECT_EQ(removed(folder), 0u);
-  EXPECT_EQ(removed(folder), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
-  EXPECT_EQ(GetFileAttributesW(folder.c_str()), static_cast<DWORD>(INVALID_FILE_ATTRIBUTES));
-}
-
-TEST_F(FilesTest, WindowsFolderExistsAndItsQueryTellsTheSizeItNeeds) {
-  WCHAR path[MAX_PATH]{};
-  const UINT length = GetWindowsDirectoryW(path, MAX_PATH);
-  ASSERT_EQ(WideView(path).size(), length);
-  const DWORD attributes = GetFileAttributesW(path);
-  EXPECT_NE(attributes, static_cast<DWORD>(INVALID_FILE_ATTRIBUTES));
-  EXPECT_TRUE(attributes & FILE_ATTRIBUTE_DIRECTORY);
-  EXPECT_EQ(GetWindowsDirectoryW(path, length), length + 1);
-}
-
-TEST_F(FilesTest, EntrySetInAnAccessListReplacesTheUsersOwn) {
-  const UniqueFile file =
-      Open(Path(TEXT("file")), FILE_APPEND_DATA | READ_CONTROL | WRITE_DAC, shareAll, CREATE_NEW);
-  PSID interactive = nullptr;
-  ASSERT_TRUE(ConvertStringSidToSidW(TEXT("IU"), &interactive));
-  const auto set = [&](PACL list, DWORD rights) {
-    EXPLICIT_ACCESSW entry{};
-    entry.grfAccessPermissions = rights;
-    entry.grfAccessMode = SET_ACCESS;
-    entry.grfInheritance = NO_INHERITANCE;
-    entry.Trustee.TrusteeForm = TRUSTEE_IS_SID;
-    entry.Trustee.ptstrName = static_cast<LPWSTR>(interactive);
-    PACL merged = nullptr;
-    EXPECT_EQ(SetEntriesInAclW(1, &entry, list, &merged), static_cast<DWORD>(ERROR_SUCCESS));
-    return merged;
-  };
-  PACL list = nullptr;
-  PSECURITY_DESCRIPTOR descriptor = nullptr;
-  ASSERT_EQ(GetSecurityInfo(file.get(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr, &list,
-                            nullptr, &descriptor),
-            static_cast<DWORD>(ERROR_SUCCESS));
-  const PACL once = set(list, GENERIC_READ), twice = set(once, GENERIC_READ | GENERIC_WRITE);
-  EXPECT_EQ(twice->AceCount, list->AceCount + 1);
-  ULONG count = 0;
-  PEXPLICIT_ACCESS_W entries = nullptr;
-  EXPECT_EQ(GetExplicitEntriesFromAclW(twice, &count, &entries), static_cast<DWORD>(ERROR_SUCCESS));
-  EXPECT_EQ(count, twice->AceCount);
-  std::vector<DWORD> rights;
-  for (ULONG i = 0; i < count; ++i) {
-    if (EqualSid(entries[i].Trustee.ptstrName, interactive))
-      rights.push_back(entries[i].grfAccessPermissions);
-  }
-  EXPECT_EQ(rights, std::vector<DWORD>{GENERIC_READ | GENERIC_WRITE});
-  EXPECT_EQ(SetSecurityInfo(file.get(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr, twice,
-                            nullptr),
-            static_cast<DWORD>(ERROR_SUCCESS));
-  for (void* memory : {static_cast<void*>(entries), static_cast<void*>(twice), static_cast<void*>(once),
-                       descriptor, static_cast<void*>(interactive)}) {
-    LocalFree(memory);
-  }
 }
 
 }  // namespace

@@ -1,11 +1,10 @@
-// Events, waits, threads, message queues, text conversion and version queries, as every build must have them.
+// Events, waits, threads, message queues and text conversion, as every build must have them.
 // Whatever touches a message queue runs on a thread of its own, because a thread keeps its queue for life.
 #include <gtest/gtest.h>
 #include <process.h>
 #include <windows.h>
 
 #include <atomic>
-#include <ctime>
 #include <functional>
 #include <string>
 #include <vector>
@@ -101,27 +100,6 @@ TEST(KernelEvents, AWaitForSeveralReportsTheFirstSignalledAndTakesNoOtherSignal)
   EXPECT_EQ(WaitForMultipleObjects(3, events, FALSE, INFINITE), WAIT_OBJECT_0 + 2);
   EXPECT_EQ(WaitForMultipleObjects(3, events, FALSE, 1), WAIT_TIMEOUT);
   for (const HANDLE event : events) EXPECT_TRUE(CloseHandle(event));
-}
-
-TEST(KernelEvents, HandlesThatNameNothingAreRefused) {
-  const HANDLE live = NewEvent(manualReset, true);
-  const HANDLE closed = NewEvent(manualReset, true);
-  EXPECT_TRUE(CloseHandle(closed));
-  const HANDLE pair[] = {live, closed};
-  const std::function<bool()> refusals[] = {
-      [&] { return CloseHandle(closed) == FALSE; },
-      [&] { return SetEvent(closed) == FALSE; },
-      [&] { return WaitForSingleObject(closed, 0) == WAIT_FAILED; },
-      [&] { return WaitForMultipleObjects(2, pair, FALSE, 0) == WAIT_FAILED; },
-  };
-  for (std::size_t i = 0; i < std::size(refusals); ++i) {
-    SetLastError(0);
-    EXPECT_TRUE(refusals[i]()) << i;
-    EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE) << i;
-  }
-  EXPECT_EQ(WaitForMultipleObjects(0, pair, FALSE, 0), WAIT_FAILED);
-  EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
-  EXPECT_TRUE(CloseHandle(live));
 }
 
 TEST(KernelThreads, AHandleIsSignalledWhenTheThreadAndItsObjectsAreGone) {
@@ -317,69 +295,4 @@ TEST(KernelText, ConversionRefusesWhatItCannotDeliver) {
     EXPECT_EQ(cases[i].call(), 0) << i;
     EXPECT_EQ(GetLastError(), cases[i].error) << i;
   }
-}
-
-TEST(KernelText, LowerCaseGoesBeyondAscii) {
-  Text text = TEXT("C:\\WINDOWS \u00C4\u0416 9");
-  EXPECT_EQ(CharLowerW(text.data()), text.data());
-  EXPECT_TRUE(text == TEXT("c:\\windows \u00E4\u0436 9"));
-}
-
-TEST(KernelVersion, TheMinorVersionCountsOnlyWhereTheMajorOnesAreEqual) {
-  const DWORD packed = GetVersion();
-  const DWORD major = LOBYTE(packed), minor = HIBYTE(packed);
-  const auto holds = [](DWORD wantedMajor, DWORD wantedMinor, BYTE condition) {
-    OSVERSIONINFOEXW wanted{};
-    wanted.dwOSVersionInfoSize = sizeof wanted;
-    wanted.dwMajorVersion = wantedMajor;
-    wanted.dwMinorVersion = wantedMinor;
-    const ULONGLONG conditions =
-        VerSetConditionMask(VerSetConditionMask(0, VER_MAJORVERSION, condition), VER_MINORVERSION, condition);
-    SetLastError(0);
-    const bool held = VerifyVersionInfoW(&wanted, VER_MAJORVERSION | VER_MINORVERSION, conditions) != FALSE;
-    EXPECT_EQ(GetLastError(), held ? 0 : ERROR_OLD_WIN_VERSION);
-    return held;
-  };
-  const struct {
-    DWORD major, minor;
-    bool atLeast, atMost;
-  } cases[] = {{major, minor, true, true},
-               {major, minor + 1, false, true},
-               {major - 1, minor + 1, true, false},
-               {major + 1, 0, false, true}};
-  for (const auto& one : cases) {
-    EXPECT_EQ(holds(one.major, one.minor, VER_GREATER_EQUAL), one.atLeast) << one.major << '.' << one.minor;
-    EXPECT_EQ(holds(one.major, one.minor, VER_LESS_EQUAL), one.atMost) << one.major << '.' << one.minor;
-  }
-}
-
-TEST(KernelProcess, TheErrorModeIsTheProcessesAndTheLastErrorTheThreads) {
-  const UINT before = SetErrorMode(SEM_FAILCRITICALERRORS);
-  SetLastError(1234);
-  OnOwnThread([] {
-    EXPECT_EQ(GetErrorMode(), SEM_FAILCRITICALERRORS);
-    SetLastError(0);
-  });
-  EXPECT_EQ(GetLastError(), 1234u);
-  EXPECT_EQ(SetErrorMode(before), SEM_FAILCRITICALERRORS);
-}
-
-TEST(KernelProcess, LocalTimeIsTheClocksWithAllItsFields) {
-  SYSTEMTIME now{};
-  const std::time_t before = std::time(nullptr);
-  GetLocalTime(&now);
-  const std::time_t after = std::time(nullptr);
-  std::tm parts{};
-  parts.tm_year = now.wYear - 1900;
-  parts.tm_mon = now.wMonth - 1;
-  parts.tm_mday = now.wDay;
-  parts.tm_hour = now.wHour;
-  parts.tm_min = now.wMinute;
-  parts.tm_sec = now.wSecond;
-  parts.tm_isdst = -1;
-  const std::time_t said = std::mktime(&parts);
-  EXPECT_GE(said, before);
-  EXPECT_LE(said, after + 1) << "std::time may read a coarser clock that lags by a tick";
-  EXPECT_EQ(now.wDayOfWeek, parts.tm_wday);
-  EXPECT_LT(now.wMilliseconds, 1000);
 }

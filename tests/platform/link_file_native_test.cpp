@@ -1,5 +1,5 @@
-// Link files as another program reads them (lnkinfo), their properties byte by byte, and the shell's failures
-// and notes that only the native layer can show.
+// Link files as another program reads them (lnkinfo), their properties byte by byte, and the failures
+// of the shell in denied folders.
 #include <platform/control.h>
 #include <shlobj.h>
 
@@ -162,46 +162,6 @@ TEST_F(LinkFileNativeTest, DeniedFoldersStopTheShell) {
   EXPECT_EQ(SHCreateDirectoryExW(nullptr, TEXT("C:\\scratch\\tree\\denied\\new"), nullptr),
             static_cast<int>(ERROR_ACCESS_DENIED));
   fs::permissions(folder, fs::perms::owner_all);
-}
-
-TEST_F(LinkFileNativeTest, SpecialFolderIsMadeOnlyWhenAskedFor) {
-  WCHAR path[MAX_PATH]{};
-  ASSERT_TRUE(SHGetSpecialFolderPathW(nullptr, path, CSIDL_PROGRAMS, FALSE));
-  EXPECT_EQ(WideToUtf8(path), "C:\\Users\\guest\\AppData\\Roaming\\Microsoft\\Windows\\Start Menu\\Programs");
-  ASSERT_TRUE(RemoveDirectoryW(path));
-  EXPECT_FALSE(SHGetSpecialFolderPathW(nullptr, path, CSIDL_PROGRAMS, FALSE));
-  EXPECT_TRUE(SHGetSpecialFolderPathW(nullptr, path, CSIDL_PROGRAMS, TRUE));
-  EXPECT_NE(GetFileAttributesW(path), INVALID_FILE_ATTRIBUTES);
-}
-
-TEST_F(LinkFileNativeTest, NotificationsAreRecordedOnce) {
-  SHChangeNotify(SHCNE_ASSOCCHANGED, SHCNF_IDLIST, nullptr, nullptr);
-  EXPECT_EQ(platform::TakeChangeNotifications(), std::vector<LONG>{SHCNE_ASSOCCHANGED});
-  EXPECT_TRUE(platform::TakeChangeNotifications().empty());
-}
-
-TEST_F(LinkFileNativeTest, PlannedFaultsComeAsResults) {
-  const auto fail = [](std::size_t call) {
-    platform::FaultPlan plan;
-    plan.action = platform::FaultPlan::Action::Fail;
-    plan.call = call;
-    platform::ArmFaultPlan(plan);
-  };
-  fail(1);
-  void* object = nullptr;
-  EXPECT_EQ(CoCreateInstance(CLSID_ShellLink, nullptr, CLSCTX_INPROC_SERVER, IID_IShellLinkW, &object),
-            REGDB_E_CLASSNOTREG);
-  platform::DisarmFaultPlan();
-  const auto link = Create();
-  fail(1);
-  EXPECT_EQ(link->QueryInterface(IID_IPersistFile, &object), E_NOINTERFACE);
-  EXPECT_EQ(object, nullptr);
-  platform::DisarmFaultPlan();
-  const auto file = Query<IPersistFile>(link.get(), IID_IPersistFile);
-  fail(1);
-  EXPECT_EQ(file->Save(linkPath, TRUE), E_ACCESSDENIED);
-  platform::DisarmFaultPlan();
-  EXPECT_FALSE(fs::exists(HostLink()));
 }
 
 }  // namespace

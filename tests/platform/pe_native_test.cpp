@@ -1,4 +1,4 @@
-// What only the native layer promises of an update: overlay, offsets and addresses kept, deletion, a failed
+// What only the native layer promises of an update: overlay, offsets and addresses kept, a failed
 // commit without a trace; and malformed files, which must be refused and never be read past their end.
 #include <gtest/gtest.h>
 #include <platform/control.h>
@@ -108,17 +108,6 @@ TEST_F(PeNative, HeadersGrowForANewSectionOrRefuseIt) {
   EXPECT_FALSE(Update(10));
   EXPECT_EQ(GetLastError(), DWORD{ERROR_BAD_EXE_FORMAT});
   EXPECT_EQ(pe::Read(path), tight);
-}
-
-TEST_F(PeNative, NullDataDeletes) {
-  ASSERT_TRUE(pe::Write(path, pe::Stub()));
-  ASSERT_TRUE(Update(4));
-  const HANDLE update = BeginUpdateResourceW(path.c_str(), FALSE);
-  EXPECT_TRUE(UpdateResourceW(update, RT_RCDATA, MAKEINTRESOURCE(1), 0, nullptr, 0));
-  EXPECT_FALSE(UpdateResourceW(update, RT_RCDATA, MAKEINTRESOURCE(260), 0x409, nullptr, 0));
-  EXPECT_FALSE(UpdateResourceW(update, RT_ICON, MAKEINTRESOURCE(260), 0, nullptr, 0));
-  EXPECT_TRUE(EndUpdateResourceW(update, FALSE));
-  EXPECT_EQ(pe::List(path), (pe::Resources{{"10/260/0", "xxxx"}}));
 }
 
 TEST_F(PeNative, AFailedCommitLeavesTheFileAndNothingBesideIt) {

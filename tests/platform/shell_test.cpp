@@ -1,10 +1,8 @@
-// The shell: special folders, folders with their parents, silent deletion of trees, and shell links.
+// The shell: special folders, silent deletion of trees, and shell links.
 #include <windows.h>
 
 #include <shellapi.h>
 #include <shlobj.h>
-
-#include <thread>
 
 #include "common/handles.h"
 #include "support/guest.h"
@@ -56,18 +54,6 @@ TEST_F(ShellTest, SpecialFoldersExist) {
     EXPECT_EQ(SHGetFolderPathW(nullptr, c.folder, nullptr, SHGFP_TYPE_CURRENT, same), S_OK);
     EXPECT_EQ(WideToUtf8(path), WideToUtf8(same));
   }
-}
-
-TEST_F(ShellTest, FoldersAreMadeWithTheirParents) {
-  const WideString deep = Path(TEXT("a\\b\\c\\"));
-  EXPECT_EQ(SHCreateDirectoryExW(nullptr, deep.c_str(), nullptr), static_cast<int>(ERROR_SUCCESS));
-  EXPECT_TRUE(Exists(Path(TEXT("a\\b\\c"))));
-  EXPECT_EQ(SHCreateDirectoryExW(nullptr, deep.c_str(), nullptr), static_cast<int>(ERROR_ALREADY_EXISTS));
-  Touch(Path(TEXT("file")));
-  EXPECT_NE(SHCreateDirectoryExW(nullptr, Path(TEXT("file\\below")).c_str(), nullptr),
-            static_cast<int>(ERROR_SUCCESS));
-  EXPECT_NE(SHCreateDirectoryExW(nullptr, Path(TEXT("a|b")).c_str(), nullptr),
-            static_cast<int>(ERROR_SUCCESS));
 }
 
 TEST_F(ShellTest, TreesAreDeletedWhole) {
@@ -161,33 +147,6 @@ TEST_F(LinkTest, LinksThatCannotBeSavedFail) {
   }
   const UniqueFile user = Touch(Path(TEXT("used.lnk")));
   EXPECT_TRUE(FAILED(Save(Path(TEXT("used.lnk")))));
-}
-
-TEST_F(LinkTest, WhatIsNoLinkIsNotLoaded) {
-  Touch(Path(TEXT("empty.lnk")));
-  EXPECT_TRUE(FAILED(FileOf(Create())->Load(Path(TEXT("empty.lnk")).c_str(), 0)));
-  EXPECT_TRUE(FAILED(FileOf(Create())->Load(Path(TEXT("none.lnk")).c_str(), 0)));
-}
-
-TEST_F(LinkTest, ThreadCreatesObjectsOnlyWhileItIsInitialised) {
-  const auto create = [] {
-    IUnknown* object = nullptr;
-    const HRESULT result = CoCreateInstance(CLSID_ShellLink, nullptr, CLSCTX_INPROC_SERVER, IID_IUnknown,
-                                            reinterpret_cast<void**>(&object));
-    if (object) object->Release();
-    return result;
-  };
-  EXPECT_EQ(CoInitialize(nullptr), S_FALSE) << "a second time on this thread";
-  CoUninitialize();
-  EXPECT_EQ(create(), S_OK) << "one is left";
-  CoUninitialize();
-  EXPECT_EQ(create(), CO_E_NOTINITIALIZED);
-  EXPECT_EQ(CoInitialize(nullptr), S_OK);
-  GUID unknown{};
-  void* object = &unknown;
-  EXPECT_TRUE(FAILED(CoCreateInstance(unknown, nullptr, CLSCTX_INPROC_SERVER, IID_IUnknown, &object)));
-  EXPECT_EQ(object, nullptr);
-  EXPECT_EQ(Create()->QueryInterface(unknown, &object), E_NOINTERFACE);
 }
 
 }  // namespace

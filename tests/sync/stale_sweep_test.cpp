@@ -5,7 +5,6 @@
 
 #include "common/names.h"
 #include "launcher/fs.h"
-#include "support/hive.h"
 #include "support/module_fixture.h"
 #include "support/raised.h"
 
@@ -15,11 +14,8 @@ class StaleSweep : public ModuleTest {
  protected:
   void PutLauncher(const WideString& fileName) { WriteFileAt(JoinPath(folder(), fileName), "x"); }
 
-  // Shortcut and registration as well, so that a removal of `name` shows.
-  static void PutApplication(const WideString& name) {
-    WriteFileAt(ShortcutPath(FullName(name)), "x");
-    hive::PutKey("Software\\Classes\\Applications\\" + WideToUtf8(LauncherFileName(name)));
-  }
+  // Its going shows that `name` was removed.
+  static void PutShortcut(const WideString& name) { WriteFileAt(ShortcutPath(FullName(name)), "x"); }
 };
 
 TEST_F(StaleSweep, TakesWhatNoNameCallsFor) {
@@ -57,23 +53,13 @@ TEST_F(StaleSweep, TakesWhatNoNameCallsFor) {
   }
 }
 
-TEST_F(StaleSweep, AnApplicationGoesWithShortcutAndRegistration) {
-  PutLauncher(TEXT("Chess (Mac).exe"));
-  PutApplication(TEXT("Chess"));
-  PutApplication(TEXT("Go"));
-  RemoveStaleLaunchers({}, folder());
-  EXPECT_EQ(Files(), "Go (Mac).lnk\n");
-  EXPECT_FALSE(hive::Has("Software\\Classes\\Applications\\Chess (Mac).exe"));
-  EXPECT_TRUE(hive::Has("Software\\Classes\\Applications\\Go (Mac).exe"));
-}
-
 // The last ten characters are cut off whatever they are.
 TEST_F(StaleSweep, AForeignFileCanStandForAnApplication) {
   PutLauncher(TEXT("Calculator.exe"));
   PutLauncher(TEXT("Calc (Mac).exe"));
   PutLauncher(TEXT("Notes.exe"));
-  PutApplication(TEXT("Calc"));
-  PutApplication(TEXT("Notes"));
+  PutShortcut(TEXT("Calc"));
+  PutShortcut(TEXT("Notes"));
   RemoveStaleLaunchers({{TEXT("id"), TEXT("Calc")}}, folder());
   EXPECT_EQ(Files(), "Calculator.exe\nNotes (Mac).lnk\nNotes.exe\n");
 }
@@ -81,14 +67,14 @@ TEST_F(StaleSweep, AForeignFileCanStandForAnApplication) {
 TEST_F(StaleSweep, FoldersAreNoLaunchers) {
   const WideString sub = folder() + TEXT("\\Chess (Mac).exe");
   CreateDirectoryW(sub.c_str(), nullptr);
-  PutApplication(TEXT("Chess"));
+  PutShortcut(TEXT("Chess"));
   RemoveStaleLaunchers({}, folder());
   EXPECT_EQ(Files(), "Chess (Mac).lnk\n");
   EXPECT_TRUE(FileIsThere(sub));
 }
 
 TEST_F(StaleSweep, AMissingFolderIsEmpty) {
-  PutApplication(TEXT("Chess"));
+  PutShortcut(TEXT("Chess"));
   EXPECT_EQ(Raised([this] { RemoveStaleLaunchers({}, folder() + TEXT("\\none")); }), "");
   EXPECT_EQ(Files(), "Chess (Mac).lnk\n");
 }

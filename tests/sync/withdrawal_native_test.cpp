@@ -72,23 +72,6 @@ TEST_F(WithdrawalFaults, OneEntrysFailureLeavesTheOthersAlone) {
   }
 }
 
-TEST_F(WithdrawalFaults, ASweepThatCannotOpenItsKeyEndsIt) {
-  const std::string rest =
-      "Chess.scheme Chess.progid Chess.default Chess.offer "
-      "Go.scheme Go.progid Go.default Go.offer ";
-  Arrange();
-  Deny("Software\\Classes", true);
-  EXPECT_EQ(Withdraw(), "registry: RegOpenKeyExW() failed");
-  Deny("Software\\Classes", false);
-  EXPECT_EQ(Left(), rest);
-  Arrange();
-  const std::string all = Left();
-  Deny("Software\\Classes\\Applications", true);
-  EXPECT_EQ(Withdraw(), "registry: RegOpenKeyExW() failed");
-  Deny("Software\\Classes\\Applications", false);
-  EXPECT_EQ(Left(), all);
-}
-
 TEST_F(WithdrawalFaults, TheHiveThatCannotBeOpenedCountsBySweep) {
   Arrange();
   const std::vector<std::string> calls = CallsOf([] { Withdraw(); });

@@ -28,15 +28,6 @@ class Withdrawal : public ModuleTest {
   }
 };
 
-TEST_F(Withdrawal, WithNothingThereNothingChanges) {
-  const std::string before = hive::Text();
-  EXPECT_EQ(Withdraw(), "");
-  EXPECT_EQ(hive::Text(), before);
-  DeletePath(LauncherFolder());
-  EXPECT_EQ(Withdraw(), "");
-  EXPECT_TRUE(FileIsThere(folder()));
-}
-
 TEST_F(Withdrawal, LeavesOfRegisteredApplicationsWhatOthersMayUse) {
   host::Application chess = TestApplication("Chess");
   chess.documentTypes = {"pgn"};
@@ -75,16 +66,6 @@ TEST_F(Withdrawal, ApplicationKeysGoByTheEndOfTheirNames) {
     const std::string app = std::string(c.name).substr(0, std::string(c.name).size() - 4);
     EXPECT_EQ(hive::Value(registered, app) == "none", c.goes);
   }
-}
-
-TEST_F(Withdrawal, AnApplicationThatCannotBeUnregisteredLosesItsKeyAllTheSame) {
-  hive::Drop(registered);
-  hive::PutText(applications + "Chess (Mac).exe" + command, "", "x");
-  hive::PutText(classes + "chess", "", "URL:chess (Mac)");
-  hive::PutText(classes + "chess", "URL Protocol", "");
-  EXPECT_EQ(Withdraw(), "");
-  EXPECT_FALSE(hive::Has(applications + "Chess (Mac).exe"));
-  EXPECT_FALSE(hive::Has(classes + "chess"));
 }
 
 TEST_F(Withdrawal, UrlProtocolsGoByTheirDescription) {
@@ -188,18 +169,6 @@ TEST_F(Withdrawal, ExtensionsLoseLauncherOffersAndDeadDefaults) {
     EXPECT_EQ(hive::Value(list + "Chess (Mac).exe", "") + " " + hive::Value(list + "notepad.exe", ""),
               c.leftOffers);
   }
-}
-
-// Without a ProgID of its own the sweep leaves every default alone, dead or not.
-TEST_F(Withdrawal, DefaultsStayWhereNoProgIdWasRemoved) {
-  hive::PutKey(applications + "Chess (Mac).exe");
-  hive::PutText(classes + ".txt", "", "");
-  hive::PutText(classes + ".txt\\OpenWithList\\Chess (Mac).exe", "", "x");
-  hive::PutUnits(classes + ".num", "", REG_DWORD, TEXT("xy"));
-  hive::PutKey(classes + ".num\\OpenWithList\\Chess (Mac).exe");
-  EXPECT_EQ(Withdraw(), "");
-  EXPECT_FALSE(hive::Has(classes + ".txt\\OpenWithList\\Chess (Mac).exe"));
-  EXPECT_FALSE(hive::Has(classes + ".num\\OpenWithList\\Chess (Mac).exe"));
 }
 
 TEST_F(Withdrawal, AMissingKeyEndsItWithTheSweepThatNeedsIt) {

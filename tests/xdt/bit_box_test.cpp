@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <memory>
 #include <vector>
 
@@ -56,30 +55,6 @@ TEST(BitBoxComposer, WritesItemsAndGrowsByTheItemAndTwiceWhatItHad) {
             (std::vector<int>{2, 0, 0, 0, 6, 0, 0, 0, 2, 0, 0, 0, 'a', 'b',  //
                               3, 0, 0, 0, 2, 0, 0, 0, 0, 0, 0, 0,            //
                               4, 0, 0, 0, 3, 0, 0, 0, 1, 0, 0, 0, 0}));
-}
-
-TEST(BitBox, AnEmptyBoxHasNoItems) {
-  EXPECT_TRUE(xdt::bit_box(nullptr, 0).begin().at_end());
-  EXPECT_TRUE(Box({}).begin().at_end());
-}
-
-TEST(BitBox, WhatWasComposedIsReadBack) {
-  xdt::bit_box::composer composer;
-  composer.append_string("text");
-  composer.append(2, "\1\2\3", 3);  // what follows is not aligned
-  composer.append_uint32(0x89ABCDEF);
-  auto item = xdt::bit_box(composer.data(), composer.size()).begin();
-  EXPECT_EQ(item.type(), 3u);
-  EXPECT_EQ(item.size(), 5u);
-  EXPECT_EQ(item.string(), "text");
-  ++item;
-  EXPECT_EQ(item.type(), 2u);
-  EXPECT_EQ(item.size(), 3u);
-  EXPECT_EQ(item.value(), composer.data() + 17 + 12);
-  ++item;
-  EXPECT_EQ(item.type(), 1u);
-  EXPECT_EQ(item.number(), 0x89ABCDEFu);
-  EXPECT_TRUE((++item).at_end());
 }
 
 TEST(BitBox, AnItemMustLieInsideItsBox) {

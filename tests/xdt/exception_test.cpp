@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <limits>
-#include <utility>
 
 #include "support/raised.h"
 #include "xdt/exception/exc_tag.h"
@@ -11,7 +10,6 @@
 namespace {
 
 constexpr std::int32_t largest = std::numeric_limits<std::int32_t>::max();
-constexpr std::int32_t smallest = std::numeric_limits<std::int32_t>::min();
 
 }  // namespace
 
@@ -23,28 +21,18 @@ TEST(CodePoint, KeepsTheLastComponentsOfTheFileName) {
   };
   const Case cases[] = {
       {nullptr, 3, ""},
-      {nullptr, 0, ""},
       {"", 3, ""},
       {"/a/b/c/d.cpp", 0, "/a/b/c/d.cpp"},
       {"/a/b/c/d.cpp", 1, "/d.cpp"},
       {"/a/b/c/d.cpp", 3, "/b/c/d.cpp"},
       {"/a/b/c/d.cpp", 4, "/a/b/c/d.cpp"},
-      {"/a/b/c/d.cpp", 5, "/a/b/c/d.cpp"},
       {"C:\\a/b\\c/d.cpp", 3, "/b\\c/d.cpp"},
-      {"a\\b\\c\\d.cpp", 3, "\\b\\c\\d.cpp"},
       {"./d.cpp", 3, "./d.cpp"},
-      {"./d.cpp", 1, "/d.cpp"},
       {"d.cpp", 3, "d.cpp"},
       {"a//b/", 3, "//b/"},
   };
   for (const Case& c : cases) {
     EXPECT_EQ(xdt::code_point(c.name, 1, c.depth).file_name(), c.kept) << (c.name ? c.name : "null");
-  }
-}
-
-TEST(CodePoint, KeepsLinesFromOneOn) {
-  for (const auto& [line, kept] : {std::pair{1, 1}, {largest, largest}, {0, 0}, {-1, 0}, {smallest, 0}}) {
-    EXPECT_EQ(xdt::code_point("f", line, 3).line(), kept);
   }
 }
 
@@ -58,6 +46,7 @@ TEST(ExcTag, ReadsAsPlaceAndMessage) {
   const Case cases[] = {
       {"/x/src/a/f.cpp", 12, "failed", "/src/a/f.cpp:12: failed"},
       {nullptr, 12, "failed", ":12: failed"},
+      {"f.cpp", 0, nullptr, "f.cpp:0: "},
       {"f.cpp", -5, nullptr, "f.cpp:0: "},
       {nullptr, largest, "", ":2147483647: "},
       {"100%s.cpp", 1, "%s %n", "100%s.cpp:1: %s %n"},
@@ -83,14 +72,8 @@ TEST(ExcTag, ACopyReadsTheSameFromTextOfItsOwn) {
   EXPECT_EQ(assigned.what(), text);
 }
 
-TEST(ExcTag, IsCaughtAsEachOfItsTypes) {
-  const auto raise = [] { XDT_RAISE("failed"); };
-  EXPECT_THROW(raise(), xdt::exc_tag);
-  EXPECT_THROW(raise(), std::exception);
-  EXPECT_THROW(raise(), xdt::code_point);
-}
-
 TEST(ExcTag, TheMacroRecordsThreeComponentsAndItsOwnLine) {
+  EXPECT_THROW(XDT_RAISE("failed"), xdt::code_point);
   const std::int32_t line = __LINE__ + 2;
   try {
     XDT_RAISE("failed");
@@ -99,27 +82,5 @@ TEST(ExcTag, TheMacroRecordsThreeComponentsAndItsOwnLine) {
     const std::string end = "xdt/exception_test.cpp:" + std::to_string(line) + ": failed";
     ASSERT_TRUE(text.ends_with(end)) << text;
     EXPECT_EQ(text.size(), std::string("/tests/").size() + end.size()) << text;
-  }
-}
-
-TEST(ExcTag, RaisingAgainWithTheTextNestsThePlaces) {
-  const auto inner = [] { throw xdt::exc_tag("/s/r/bmp2ico.cpp", 3, "Invalid bmp header", 3); };
-  const auto middle = [&] {
-    try {
-      inner();
-    } catch (const std::exception& failure) {
-      throw xdt::exc_tag("/s/r/resop.cpp", 20, failure.what(), 3);
-    }
-  };
-  try {
-    try {
-      middle();
-    } catch (const std::exception& failure) {
-      throw xdt::exc_tag("/s/r/mainfo.cpp", 100, failure.what(), 3);
-    }
-  } catch (const std::exception& failure) {
-    EXPECT_STREQ(failure.what(),
-                 "/s/r/mainfo.cpp:100: /s/r/resop.cpp:20: /s/r/bmp2ico.cpp:3: Invalid bmp header");
-    EXPECT_EQ(WithoutPlaces(failure.what()), "mainfo: resop: bmp2ico: Invalid bmp header");
   }
 }
