@@ -19,6 +19,7 @@ struct GateState {
   FaultPlan plan;
   std::string failing;  // the function that keeps failing, once a repeating plan has acted
   std::vector<std::string> calls;
+  std::size_t failed = 0;
   std::map<std::string, std::size_t> counts;
 };
 
@@ -49,6 +50,7 @@ bool Pass(const char* function, bool canFail, DWORD* error) {
   if (state.plan.action != FaultPlan::Action::Fail || !canFail) return false;
   if (due && state.plan.repeat) state.failing = function;
   if (!due && state.failing != function) return false;
+  ++state.failed;
   if (state.plan.error != 0) *error = state.plan.error;
   return true;
 }
@@ -81,6 +83,7 @@ void ArmFaultPlan(FaultPlan plan) {
   state.plan = std::move(plan);
   state.failing.clear();
   state.calls.clear();
+  state.failed = 0;
   state.armed = true;
 }
 
@@ -90,6 +93,12 @@ std::vector<std::string> DisarmFaultPlan() {
   state.armed = false;
   state.failing.clear();
   return std::exchange(state.calls, {});
+}
+
+std::size_t CallsFailed() {
+  GateState& state = State();
+  std::lock_guard lock(state.mutex);
+  return state.failed;
 }
 
 std::map<std::string, std::size_t> CallCounts() {

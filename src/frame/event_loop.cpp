@@ -22,13 +22,28 @@ struct Receive {
                      {MakeTgBuffer(buffer.data(), receiveBufferSize, deviceWrites)}};
   std::unique_ptr<TgContext> context = CreateTgContext(packet.header);
   bool pending = false;
-  std::unique_ptr<Receive> abandonedBefore;
+  Receive* abandonedBefore = nullptr;
 };
 
-// Receives that could not be cancelled. The device may still write to them, so they are kept for good.
-std::unique_ptr<Receive>& Abandoned() {
-  static auto* last = new std::unique_ptr<Receive>;
-  return *last;
+// Receives that could not be cancelled, the last one first. The device may still write to them, so nothing but
+// their completion frees them.
+Receive* abandoned = nullptr;
+
+void Abandon(std::unique_ptr<Receive> receive) {
+  receive->abandonedBefore = abandoned;
+  abandoned = receive.release();
+}
+
+void FreeAbandoned() {
+  for (Receive** link = &abandoned; *link != nullptr;) {
+    Receive* const receive = *link;
+    if (WaitForSingleObject(receive->context->Event(), 0) == WAIT_OBJECT_0) {
+      *link = receive->abandonedBefore;
+      delete receive;
+    } else {
+      link = &receive->abandonedBefore;
+    }
+  }
 }
 
 // Tells the host that the guest is here; whatever it answers is written over the envelope and ignored.
@@ -136,6 +151,7 @@ bool Drain(ToolWorker& worker, Receive& receive) {
 
 void RunEventLoop(ToolWorker& worker) noexcept {
   CoInitialize(nullptr);
+  FreeAbandoned();  // of earlier workers
   std::unique_ptr<Receive> receive;
   try {
     receive = std::make_unique<Receive>();
@@ -143,10 +159,7 @@ void RunEventLoop(ToolWorker& worker) noexcept {
   } catch (...) {
     // The thread's last barrier: the worker ends as after a failed wait, and the next stop cleans up.
   }
-  if (receive && !Drain(worker, *receive)) {
-    receive->abandonedBefore = std::move(Abandoned());
-    Abandoned() = std::move(receive);
-  }
+  if (receive && !Drain(worker, *receive)) Abandon(std::move(receive));
   CoUninitialize();
 }
 

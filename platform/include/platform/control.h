@@ -93,6 +93,8 @@ struct FaultPlan {
 void ArmFaultPlan(FaultPlan plan);
 // Ends the plan and returns the names of the calls that passed, in order (number n is at n - 1).
 std::vector<std::string> DisarmFaultPlan();
+// How many calls the plan that was armed last has failed.
+std::size_t CallsFailed();
 
 // Calls by function name since the last reset, counted with and without a plan; for cost tests.
 std::map<std::string, std::size_t> CallCounts();

@@ -1,0 +1,37 @@
+// The kinds of trials. Each runs in child processes (crew.h) on guests below `folder`, and returns what it
+// counted.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+
+#include "host/catalogue.h"
+#include "torture/crew.h"
+
+namespace torture {
+
+struct Options {
+  host::Catalogue catalogue;
+  std::filesystem::path folder;  // scratch, removed at the end
+  std::size_t jobs = 1;
+  std::size_t every = 1;  // 1: all trials
+  std::uint32_t seed = 1;
+};
+
+Tally TryFaults(const Options& options);       // each call of the platform fails, once and from then on
+Tally TryAllocations(const Options& options);  // each allocation of the module fails once
+Tally TryDeaths(const Options& options);       // the process ends at each call of the platform
+
+struct TrialKind {
+  const char* name;
+  const char* what;
+  Tally (*run)(const Options&);
+};
+
+inline constexpr TrialKind trialKinds[] = {
+    {"faults", "Every platform call fails, once and from then on", TryFaults},
+    {"allocations", "Every allocation of the module fails once", TryAllocations},
+    {"deaths", "The process dies at every platform call", TryDeaths},
+};
+
+}  // namespace torture
