@@ -97,47 +97,6 @@ TEST_F(HostGateTest, TheReplyIsWrittenOverTheCommandAndNeverPastItsBuffer) {
   }
 }
 
-TEST_F(HostGateTest, WithoutAnAnswerACommandGetsAnEmptyReply) {
-  GateSend send(device, sharingOn, 64);
-  EXPECT_EQ(send.SubmitAndFinish(), 0u);
-  EXPECT_TRUE(StartsWith(send.memory, Envelope(CmdSharingState)));
-  EXPECT_EQ(send.returned, sizeof send.packet);
-}
-
-TEST_F(HostGateTest, ASendIsAnsweredWhileAReceiveWaits) {
-  GateReceive receive(device);
-  ASSERT_EQ(receive.Submit(), DWORD{ERROR_IO_PENDING});
-  const HANDLE second = OpenGate(0);
-  TgPacket<2> packet{};
-  std::vector<std::byte> memory = sharingOn;
-  packet.header.request = TgSendCommand;
-  packet.header.bufferCount = 2;
-  packet.buffers[0] = MakeTgBuffer(memory.data(), static_cast<std::uint32_t>(memory.size()), 0);
-  packet.buffers[1] = MakeTgBuffer(memory.data(), static_cast<std::uint32_t>(memory.size()), deviceWrites);
-  DWORD returned = 0;
-  EXPECT_TRUE(DeviceIoControl(second, IOCTL_TG_REQUEST, &packet, sizeof packet, &packet, sizeof packet,
-                              &returned, nullptr));
-  EXPECT_EQ(returned, sizeof packet);
-  CloseHandle(second);
-  gate->Push(announce);
-  EXPECT_EQ(receive.Finish(), 0u);
-}
-
-TEST_F(HostGateTest, AnAbsentDeviceCannotBeOpenedButServesOpenHandles) {
-  gate->SetPresent(false);
-  EXPECT_EQ(OpenGate(), INVALID_HANDLE_VALUE);
-  EXPECT_EQ(GetLastError(), DWORD{ERROR_FILE_NOT_FOUND});
-  GateSend send(device, sharingOn, 64);
-  EXPECT_EQ(send.SubmitAndFinish(), 0u);
-  gate->SetPresent(true);
-  const HANDLE again = OpenGate();
-  EXPECT_NE(again, INVALID_HANDLE_VALUE);
-  CloseHandle(again);
-  const host::GateFacts facts = gate->Facts();
-  EXPECT_EQ(facts.opens, 2u);
-  EXPECT_EQ(facts.closes, 1u);
-}
-
 TEST_F(HostGateTest, EachBreachOfTheContractIsRecorded) {
   struct Case {
     const char* what;
@@ -189,23 +148,6 @@ TEST_F(HostGateTest, EachBreachOfTheContractIsRecorded) {
                                       nullptr, OPEN_EXISTING, 0, nullptr);
   EXPECT_EQ(gate->Facts().breaches.size(), ++expected);
   CloseHandle(unshared);
-}
-
-TEST_F(HostGateTest, ANewGateStartsAnew) {
-  gate->SetPresent(false);
-  gate->Push(announce);
-  gate->FailNext({.systemError = ERROR_RETRY});
-  CloseHandle(device);
-  gate.reset();
-  gate = host::CreateGate();
-  device = OpenGate();
-  ASSERT_NE(device, INVALID_HANDLE_VALUE);
-  GateReceive receive(device);
-  EXPECT_EQ(receive.Submit(), DWORD{ERROR_IO_PENDING});
-  EXPECT_EQ(gate->Facts().opens, 1u);
-  EXPECT_EQ(gate->Facts().receives, 1u);
-  EXPECT_TRUE(CancelIo(device));
-  receive.Finish();
 }
 
 }  // namespace

@@ -204,37 +204,4 @@ TEST_F(LogFile, AFailingCallMovesTheLogAtMostAndOnlyAFailedWriteLosesALine) {
   }
 }
 
-// The threads start on a log that nobody has opened yet; a process that follows shares the file.
-TEST_F(LogFile, LinesOfThreadsAndProcessesStayWholeAndInOrder) {
-  InOwnProcess([] {
-    constexpr char writers = 4;
-    constexpr int lines = 300;
-    const auto write = [](char writer) {
-      for (int i = 0; i < lines; ++i) Write(std::to_string(i) + std::string(200, writer));
-    };
-    std::vector<std::thread> threads;
-    for (char w = 0; w < writers; ++w) threads.emplace_back(write, static_cast<char>('a' + w));
-    for (std::thread& thread : threads) thread.join();
-    for (char w = 0; w < writers; ++w) {
-      if (fork() != 0) continue;
-      write(static_cast<char>('A' + w));
-      _exit(0);
-    }
-    for (char w = 0; w < writers; ++w) {
-      int status = -1;
-      wait(&status);
-      EXPECT_EQ(status, 0);
-    }
-    std::map<char, int> next;
-    std::istringstream all(Messages(Primary()));
-    for (std::string message; std::getline(all, message, ';');) {
-      const char writer = message.back();
-      EXPECT_EQ(message, std::to_string(next[writer]++) + std::string(200, writer));
-    }
-    EXPECT_EQ(next.size(), std::size_t{2 * writers});
-    for (const auto& [writer, count] : next) EXPECT_EQ(count, lines) << writer;
-    EXPECT_EQ(platform::Census(), (std::map<std::string, std::size_t>{{"file", 1}}));
-  });
-}
-
 }  // namespace

@@ -126,18 +126,6 @@ class DeviceTest : public ::testing::Test {
 
 }  // namespace
 
-TEST_F(DeviceTest, OpeningFailsAsTheDeviceSaysAndWithoutTheDevice) {
-  device->openError = ERROR_ACCESS_DENIED;
-  EXPECT_EQ(Open(0), INVALID_HANDLE_VALUE);
-  EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
-  platform::SetDevice("\\\\.\\TESTED", nullptr);
-  EXPECT_EQ(Open(0), INVALID_HANDLE_VALUE);
-  EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
-  SubmitPending();
-  device->CompleteKept(nullptr, 0, 4);
-  EXPECT_EQ(Result(FALSE), 0u) << "a handle outlives the device's name";
-}
-
 TEST_F(DeviceTest, AnImmediateSuccessFillsTheRecordAndSignalsTheEvent) {
   device->onControl = [](platform::IoRequest& request) {
     EXPECT_EQ(request.size(), 4u);
@@ -199,17 +187,6 @@ TEST_F(DeviceTest, OnlyTheIssuingThreadCancelsAndOnlyOnItsHandle) {
   EXPECT_EQ(Result(FALSE), ERROR_OPERATION_ABORTED);
   EXPECT_TRUE(Signalled());
   EXPECT_TRUE(CloseHandle(second));
-}
-
-TEST_F(DeviceTest, ADeviceMayEndACancelledRequestLaterAndIsAskedOnce) {
-  device->ignoreCancel = true;
-  SubmitPending();
-  EXPECT_TRUE(CancelIo(handle));
-  EXPECT_TRUE(CancelIo(handle));
-  EXPECT_EQ(device->cancels, 1);
-  EXPECT_EQ(Result(FALSE), ERROR_IO_INCOMPLETE);
-  device->CompleteKept(nullptr, 0, 4);
-  EXPECT_EQ(Result(FALSE), 0u);
 }
 
 TEST_F(DeviceTest, ClosingTheHandleCancelsWhatIsOutstandingFromAnyThread) {

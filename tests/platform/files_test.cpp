@@ -95,35 +95,6 @@ TEST_F(FilesTest, DispositionsDecideOnNewAndOldFiles) {
   }
 }
 
-TEST_F(FilesTest, NamesThatCannotBeOpenedSayWhy) {
-  Write(Path(TEXT("file")), "");
-  const struct {
-    WideView name;
-    DWORD disposition;
-    DWORD flags;
-    DWORD error;
-  } cases[] = {
-      {TEXT("none"), OPEN_EXISTING, 0, ERROR_FILE_NOT_FOUND},
-      {TEXT("none\\file"), OPEN_EXISTING, 0, ERROR_PATH_NOT_FOUND},
-      {TEXT("none\\file"), CREATE_ALWAYS, 0, ERROR_PATH_NOT_FOUND},
-      {TEXT("file\\below"), CREATE_ALWAYS, 0, ERROR_PATH_NOT_FOUND},
-      {TEXT("a?b"), CREATE_ALWAYS, 0, ERROR_INVALID_NAME},
-      {TEXT("a|b"), CREATE_ALWAYS, 0, ERROR_INVALID_NAME},
-      {TEXT(""), OPEN_EXISTING, 0, ERROR_ACCESS_DENIED},  // the folder itself
-      {TEXT(""), OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, 0},
-      {TEXT("FILE"), OPEN_EXISTING, 0, 0},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(WideToUtf8(c.name));
-    const WideString path = c.name.empty() ? Scratch() : Path(c.name);
-    const UniqueFile file = Open(path, GENERIC_READ, shareAll, c.disposition, c.flags);
-    EXPECT_EQ(static_cast<bool>(file), c.error == 0);
-    if (c.error != 0) {
-      EXPECT_EQ(GetLastError(), c.error);
-    }
-  }
-}
-
 TEST_F(FilesTest, TwoOpensAgreeOrTheSecondFails) {
   const struct {
     DWORD access, share, otherAccess, otherShare;

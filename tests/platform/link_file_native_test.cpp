@@ -124,44 +124,4 @@ TEST_F(LinkFileNativeTest, CommittedPropertiesAreInTheFile) {
   EXPECT_EQ(Bytes().find("1SPS"), std::string::npos) << "without Commit nothing is stored";
 }
 
-TEST_F(LinkFileNativeTest, NoDamagedLinkIsReadOutOfBounds) {
-  ASSERT_EQ(Save(), S_OK);
-  const std::string whole = Bytes();
-  const auto load = [](const std::string& bytes) {
-    std::ofstream(HostLink(), std::ios::binary) << bytes;
-    return Query<IPersistFile>(Create().get(), IID_IPersistFile)->Load(linkPath, 0);
-  };
-  for (std::size_t size = 0; size + 4 < whole.size(); ++size) {
-    // Up to the end of the description a shorter file is still a link, without properties.
-    const HRESULT result = load(whole.substr(0, size));
-    if (size < whole.find("1SPS") - 12) {
-      EXPECT_EQ(result, E_FAIL) << size;
-    }
-  }
-  for (std::size_t at = 0; at < whole.size(); ++at) {
-    std::string damaged = whole;
-    damaged[at] = static_cast<char>(0xFF);
-    load(damaged);
-  }
-  EXPECT_EQ(load(whole), S_OK);
-}
-
-TEST_F(LinkFileNativeTest, DeniedFoldersStopTheShell) {
-  const fs::path folder = platform::GuestRoot() / "scratch" / "tree" / "denied";
-  fs::create_directories(folder);
-  std::ofstream(folder / "file") << "x";
-  fs::permissions(folder, fs::perms::owner_write, fs::perm_options::remove);
-  SHFILEOPSTRUCTW operation{};
-  operation.wFunc = FO_DELETE;
-  operation.pFrom = TEXT("C:\\scratch\\tree\0");
-  operation.fFlags = FOF_SILENT | FOF_NOCONFIRMATION | FOF_NOERRORUI;
-  EXPECT_EQ(SHFileOperationW(&operation), static_cast<int>(ERROR_ACCESS_DENIED));
-  EXPECT_TRUE(fs::exists(folder / "file"));
-  const auto file = Query<IPersistFile>(Create().get(), IID_IPersistFile);
-  EXPECT_EQ(file->Save(TEXT("C:\\scratch\\tree\\denied\\a.lnk"), TRUE), E_ACCESSDENIED);
-  EXPECT_EQ(SHCreateDirectoryExW(nullptr, TEXT("C:\\scratch\\tree\\denied\\new"), nullptr),
-            static_cast<int>(ERROR_ACCESS_DENIED));
-  fs::permissions(folder, fs::perms::owner_all);
-}
-
 }  // namespace

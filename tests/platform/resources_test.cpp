@@ -143,35 +143,4 @@ TEST_F(ResourcesTest, ALoadedFileTakesNoCommitUntilItIsFreed) {
   }
 }
 
-TEST_F(ResourcesTest, FilesThatAreNoModules) {
-  const struct {
-    const WCHAR* name;
-    std::optional<pe::Bytes> content;  // none: no such file
-    DWORD error;
-  } cases[] = {
-      {TEXT("\\missing.exe"), {}, ERROR_MOD_NOT_FOUND},
-      {TEXT("\\none\\missing.exe"), {}, ERROR_MOD_NOT_FOUND},
-      {TEXT("\\empty.exe"), pe::Bytes(), ERROR_BAD_EXE_FORMAT},
-      {TEXT("\\text.exe"), pe::Bytes(3000, 'x'), ERROR_BAD_EXE_FORMAT},
-      {TEXT("\\old.exe"), "MZ" + pe::Bytes(3000, '\0'), ERROR_BAD_EXE_FORMAT},
-  };
-  for (const auto& one : cases) {
-    const WideString name = Scratch() + one.name;
-    if (one.content) {
-      ASSERT_TRUE(pe::Write(name, *one.content));
-    }
-    EXPECT_EQ(LoadLibraryW(name.c_str()), nullptr);
-    EXPECT_EQ(GetLastError(), one.error) << pe::NameOf(one.name);
-    EXPECT_EQ(BeginUpdateResourceW(name.c_str(), FALSE), nullptr) << pe::NameOf(one.name);
-  }
-  EXPECT_EQ(BeginUpdateResourceW(Scratch().c_str(), FALSE), nullptr);
-
-  // An update of a file that has gone in the meantime does not bring it back.
-  ASSERT_TRUE(pe::Write(path, pe::Stub()));
-  const HANDLE update = BeginUpdateResourceW(path.c_str(), FALSE);
-  EXPECT_TRUE(DeleteFileW(path.c_str()));
-  EXPECT_FALSE(EndUpdateResourceW(update, FALSE));
-  EXPECT_EQ(pe::Read(path), "<unreadable>");
-}
-
 }  // namespace
