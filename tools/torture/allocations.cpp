@@ -5,6 +5,7 @@
 #include <execinfo.h>
 #include <link.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <cstdlib>
@@ -45,17 +46,14 @@ std::atomic<std::size_t> seen = 0;
 std::size_t failing = 0;  // written while not counting
 Libraries libraries;
 
-bool AsksTheModule() {
-  void* frames[16];
-  const int depth = backtrace(frames, 16);
-  // The first frame is this one; those of operator new are this program's.
-  int frame = 1;
-  while (frame < depth && frame <= 3 && !libraries.module.Holds(frames[frame]) &&
-         !libraries.cxx.Holds(frames[frame])) {
-    ++frame;
-  }
-  while (frame < depth && libraries.cxx.Holds(frames[frame])) ++frame;
-  return frame < depth && libraries.module.Holds(frames[frame]);
+// `caller`: where operator new returns to.
+bool IsTheModules(const void* caller) {
+  if (!libraries.cxx.Holds(caller)) return libraries.module.Holds(caller);
+  void* frames[24];
+  void** const end = frames + backtrace(frames, 24);
+  void** frame = std::find(frames, end, caller);
+  while (frame != end && libraries.cxx.Holds(*frame)) ++frame;
+  return frame != end && libraries.module.Holds(*frame);
 }
 
 }  // namespace
@@ -63,7 +61,8 @@ bool AsksTheModule() {
 void FailAllocation(std::size_t n) {
   libraries = {};
   dl_iterate_phdr(NoteLibrary, &libraries);
-  AsksTheModule();  // the unwinder loads its own library at first
+  void* frame = nullptr;
+  backtrace(&frame, 1);  // which loads the unwinder's library at first
   failing = n;
   seen = 0;
   counting = true;
@@ -74,19 +73,19 @@ std::size_t AllocationsSeen() {
   return seen;
 }
 
-static void* Allocate(std::size_t size) {
-  if (counting && AsksTheModule() && ++seen == failing) return nullptr;
+static void* Allocate(std::size_t size, const void* caller) {
+  if (counting && IsTheModules(caller) && ++seen == failing) return nullptr;
   return std::malloc(size == 0 ? 1 : size);
 }
 
 }  // namespace torture
 
 void* operator new(std::size_t size) {
-  if (void* memory = torture::Allocate(size)) return memory;
+  if (void* memory = torture::Allocate(size, __builtin_return_address(0))) return memory;
   throw std::bad_alloc();
 }
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  return torture::Allocate(size);
+  return torture::Allocate(size, __builtin_return_address(0));
 }
 void operator delete(void* memory) noexcept {
   std::free(memory);

@@ -7,19 +7,19 @@
 namespace torture {
 namespace {
 
-// Plays the scene with a fault put in by `arm` and taken out by `disarm`.
+// Plays the scene with a fault put in by `arm` and taken out by `disarm`, which says what failed.
 template <class Arm, class Disarm>
-void Try(Story& story, const Scene& scene, const std::string& cause, bool once, Report& report, Arm arm,
-         Disarm disarm) {
+void Try(Story& story, const Scene& scene, bool once, Report& report, Arm arm, Disarm disarm) {
   story.Enter(scene);
   arm();
   const bool unaided = story.Play(scene);
-  disarm();
+  const std::string cause = disarm();
   if (once) story.FailHalfMade(report);
   // The stop does not look at the result of its message, and waits for the worker either way.
   if (!unaided && cause != "PostThreadMessageW") report.Fail("the stop does not return");
-  if (!unaided)
+  if (!unaided) {
     report.Count("stops whose message was lost, and which waited for the worker to end by itself");
+  }
   story.Recover(scene, cause, report);
 }
 
@@ -46,10 +46,11 @@ void FailEachCall(Story& story, const Scene& scene, const Options& options, std:
                    (repeat ? " from then on" : ""));
       std::size_t failed = 0;
       Try(
-          story, scene, calls[n - 1], !repeat, report, [&] { platform::ArmFaultPlan(plan); },
+          story, scene, !repeat, report, [&] { platform::ArmFaultPlan(plan); },
           [&] {
-            platform::DisarmFaultPlan();
+            const std::vector<std::string> made = platform::DisarmFaultPlan();
             failed = platform::CallsFailed();
+            return failed == 0 ? "nothing" : made[n - 1];
           });
       if (failed != 0)
         report.Count(repeat ? "stories with a call that failed from then on"
@@ -72,8 +73,11 @@ void FailEachAllocation(Story& story, const Scene& scene, const Options& options
     report.Trial(scene.name + ", allocation " + std::to_string(n) + " fails");
     bool failed = false;
     Try(
-        story, scene, "allocation", true, report, [&] { FailAllocation(n); },
-        [&] { failed = AllocationsSeen() >= n; });
+        story, scene, true, report, [&] { FailAllocation(n); },
+        [&] {
+          failed = AllocationsSeen() >= n;
+          return "allocation";
+        });
     if (failed) report.Count("stories with an allocation that failed");
   }
 }

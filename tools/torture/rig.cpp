@@ -18,10 +18,10 @@ namespace {
 namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 
-constexpr auto look = 5ms;        // between two looks at the worker
-constexpr int quietLooks = 20;    // without a call of the layer until a worker counts as resting
-constexpr int startLooks = 100;   // of this kind, until a worker counts as lost
-constexpr auto patience = 500ms;  // for a stop
+constexpr auto look = 5ms;       // between two looks at the worker
+constexpr int quietLooks = 20;   // without a call of the layer until a worker counts as resting
+constexpr int startLooks = 100;  // of this kind, until a worker counts as lost
+constexpr auto patience = 3s;    // for a stop
 
 std::size_t CallsSoFar() {
   std::size_t calls = 0;
@@ -53,7 +53,9 @@ void RestoreGuestState(const GuestState& state) {
     if (name.ends_with('/')) {
       fs::create_directories(root / name);
     } else {
-      std::ofstream(root / name, std::ios::binary) << bytes;
+      std::ofstream file(root / name, std::ios::binary);
+      file << bytes << std::flush;
+      if (!file) throw std::runtime_error(name + " cannot be restored");
     }
   }
   platform::LoadRegistry(state.registry);
