@@ -199,7 +199,7 @@ LSTATUS WINAPI RegQueryValueW(HKEY key, LPCWSTR subkey, LPWSTR data, LONG* size)
   if (error) return error;
   static const Value none{{}, {}, REG_SZ, {0, 0}};
   const Value* value = FindValue(found, {});
-  if (value && value->type != REG_SZ) Unsupported("RegQueryValueW", "a default value that is not REG_SZ");
+  if (value && value->type != REG_SZ) return ERROR_INVALID_DATA;
   DWORD length = size ? static_cast<DWORD>(*size) : 0;
   error = CopyValue(value ? *value : none, nullptr, data, &length);
   if (size) *size = static_cast<LONG>(length);

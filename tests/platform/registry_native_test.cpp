@@ -130,6 +130,11 @@ TEST_F(RegistryNativeTest, ForbiddenKeysFailEveryWayIn) {
   EXPECT_EQ(SHDeleteKeyW(HKEY_CURRENT_USER, TEXT("Tree")), ERROR_SUCCESS);
 }
 
+TEST_F(RegistryNativeTest, ADefaultThatIsNoTextIsInvalidData) {
+  Set(HKEY_CURRENT_USER, TEXT("k"), nullptr, TEXT("text"), REG_DWORD);
+  EXPECT_EQ(RegQueryValueW(HKEY_CURRENT_USER, TEXT("k"), nullptr, nullptr), ERROR_INVALID_DATA);
+}
+
 TEST_F(RegistryNativeTest, ClassesAreTheUsersOverTheMachines) {
   const WCHAR *user = TEXT("Software\\Classes\\both"), *machine = TEXT("SOFTWARE\\Classes\\Both");
   Set(HKEY_CURRENT_USER, user, TEXT("v"), TEXT("user"));

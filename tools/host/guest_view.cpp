@@ -123,10 +123,15 @@ std::string DescribeValue(DWORD type, std::span<const std::byte> data) {
   return (type == REG_NONE ? "REG_NONE, " : "type " + std::to_string(type) + ", ") + size;
 }
 
-void AddKey(HKEY key, const std::string& path, Entries& registry) {
+// Room for the largest name and the data of a value; made once for a whole tree.
+struct ValueRoom {
+  std::basic_string<WCHAR> name = std::basic_string<WCHAR>(16384, 0);
+  Bytes data = Bytes(65536);
+};
+
+void AddKey(HKEY key, const std::string& path, ValueRoom& room, Entries& registry) {
   registry[path];
-  std::basic_string<WCHAR> name(16384, 0);
-  Bytes data(65536);
+  auto& [name, data] = room;
   for (DWORD i = 0;; ++i) {
     DWORD length = static_cast<DWORD>(name.size()), size = static_cast<DWORD>(data.size()), type = 0;
     if (RegEnumValueW(key, i, name.data(), &length, nullptr, &type, reinterpret_cast<BYTE*>(data.data()),
@@ -143,7 +148,7 @@ void AddKey(HKEY key, const std::string& path, Entries& registry) {
     const std::basic_string<WCHAR> child(name.data(), length);
     Key subkey;
     if (RegOpenKeyExW(key, child.c_str(), 0, KEY_READ, subkey.out()) == ERROR_SUCCESS) {
-      AddKey(subkey.get(), path + "\\" + Narrow(child), registry);
+      AddKey(subkey.get(), path + "\\" + Narrow(child), room, registry);
     }
   }
 }
@@ -206,11 +211,12 @@ Snapshot TakeSnapshot() {
   Snapshot snapshot;
   AddFolder(LauncherFolder(), true, snapshot);
   AddFolder(ShortcutFolder(), false, snapshot);
+  ValueRoom room;
   for (const std::string& path : {classesKey, registeredKey, tessarineKey}) {
     Key key;
     const auto below = Widen(path.substr(std::strlen("HKCU\\")));
     if (RegOpenKeyExW(HKEY_CURRENT_USER, below.c_str(), 0, KEY_READ, key.out()) == ERROR_SUCCESS) {
-      AddKey(key.get(), path, snapshot.registry);
+      AddKey(key.get(), path, room, snapshot.registry);
     }
   }
   return snapshot;

@@ -87,12 +87,16 @@ std::string GuestModel::TextOf(const std::string& key, const std::string& value)
   return found == state_.registry.end() || !IsRegistryText(found->second) ? "" : TextOfValue(found->second);
 }
 
+// A key's values and subkeys follow it in the order of the entries.
 void GuestModel::DeleteTree(const std::string& key) {
-  std::erase_if(state_.registry, [&](const auto& entry) {
-    const std::string& path = entry.first;
+  const auto isOfTree = [&](const std::string& path) {
     return path.size() >= key.size() && EqualNoCase(path.substr(0, key.size()), key) &&
            (path.size() == key.size() || path[key.size()] == '\\' || path[key.size()] == valueMark);
-  });
+  };
+  const auto first = state_.registry.lower_bound(key);
+  auto last = first;
+  while (last != state_.registry.end() && isOfTree(last->first)) ++last;
+  state_.registry.erase(first, last);
 }
 
 std::vector<std::string> GuestModel::Subkeys(const std::string& key) const {
@@ -179,7 +183,9 @@ void GuestModel::ClaimDefault(const std::string& type, const std::string& exe) {
     SetText(classesKey + "\\" + progId + "\\shell\\open\\command", "",
             "\"" + PathOfLauncher(exe) + "\" \"%1\"");
     const std::string offer = extensionKey + "\\OpenWithList\\" + exe;
-    if (!Has(offer)) SetText(offer, "", exe);
+    const auto text = state_.registry.find(ValuePath(offer, ""));
+    const bool isText = text == state_.registry.end() || IsRegistryText(text->second);
+    if (!Has(offer) || !isText) SetText(offer, "", exe);
   }
   if (!around_.beforeWindows7) SetData(extensionKey + "\\OpenWithProgids", progId, "REG_NONE, 0 bytes");
 }
