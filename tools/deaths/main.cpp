@@ -1,0 +1,211 @@
+// velomira_deaths CATALOGUE [POINTS]: plays the host for guest processes that are ended in the middle of
+// "on", of "on" with a changed catalogue, and of "off", at points that spread over the command. After each
+// death the next process must bring the guest to what the catalogue asks for, and back to nothing but the
+// documented residue. With "guest" alone it is such a process: it loads the module, starts it and never ends.
+#include <windows.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <iostream>
+#include <mutex>
+#include <set>
+#include <stdexcept>
+
+#include "host/catalogue.h"
+#include "host/gate.h"
+#include "host/guest_view.h"
+#include "host/prepare.h"
+#include "host/replies.h"
+#include "host/system.h"
+#include "host/verify.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+using host::Snapshot;
+
+constexpr auto patience = 60s;
+
+[[noreturn]] void Fail(const std::string& what) {
+  throw std::runtime_error(what);
+}
+void Expect(const std::vector<std::string>& differences, const std::string& when) {
+  if (differences.empty()) return;
+  std::string text = "the guest does not hold what it must " + when + ":";
+  for (const std::string& difference : differences) text += "\n  " + difference;
+  Fail(text);
+}
+
+// A guest process that runs the module; ended with the object at the latest.
+class GuestProcess {
+ public:
+  GuestProcess() {
+    std::array<wchar_t, MAX_PATH> program{};
+    GetModuleFileNameW(nullptr, program.data(), MAX_PATH);
+    std::wstring commandLine = L"velomira_deaths guest";
+    STARTUPINFOW startup{};
+    startup.cb = sizeof startup;
+    if (!CreateProcessW(program.data(), commandLine.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
+                        &startup, &process_)) {
+      Fail("a guest process cannot be started");
+    }
+  }
+  ~GuestProcess() {
+    TerminateProcess(process_.hProcess, 1);
+    WaitForSingleObject(process_.hProcess, INFINITE);
+    CloseHandle(process_.hThread);
+    CloseHandle(process_.hProcess);
+  }
+  GuestProcess(const GuestProcess&) = delete;
+  GuestProcess& operator=(const GuestProcess&) = delete;
+
+ private:
+  PROCESS_INFORMATION process_{};
+};
+
+class Deaths {
+ public:
+  explicit Deaths(const host::Catalogue& catalogue) : catalogue_(catalogue), changed_(catalogue) {
+    const std::string renamed = catalogue.applications().at(0).name,
+                      gone = catalogue.applications().at(1).name;
+    changed_.Rename(renamed, renamed + " Deluxe");
+    changed_.Remove(gone);
+    gate_->Serve([this](std::span<const std::byte> envelope) {
+      const std::lock_guard lock(mutex_);
+      announcements_ += host::ReadQuestion(envelope).code == 100;
+      return host::AnswerCommand(shared_, envelope);
+    });
+    NextProcess();
+    Run(false, catalogue_);
+    before_ = host::TakeSnapshot();
+    // The second time everything is warm.
+    for (int i = 0; i < 2; ++i) {
+      lasts_ = {Run(true, catalogue_), Run(true, changed_), Run(false, changed_)};
+    }
+  }
+
+  // Point `number` of `points`; the three commands take turns.
+  void Die(int number, int points) {
+    const auto what = static_cast<std::size_t>(number % 3);
+    const bool on = what != 2;
+    if (what != 0) Run(true, catalogue_);
+    Share(what == 1 ? changed_ : catalogue_);
+    const int each = (points + 2) / 3;
+    const auto delay = lasts_[what] * (2 * (number / 3) + 1) / (2 * each);
+
+    const auto start = Clock::now();
+    gate_->Push(host::SharingCommand(on));
+    while (Clock::now() - start < delay) {
+      if (delay - (Clock::now() - start) > 2ms) Sleep(1);
+    }
+    within_ += !gate_->WaitIdle(0ms);
+    NextProcess();
+
+    const std::string when =
+        std::string(names[what]) + " was cut off after " +
+        std::to_string(std::chrono::duration_cast<std::chrono::microseconds>(delay).count()) +
+        " microseconds";
+    const Snapshot left = host::TakeSnapshot();
+    std::string text;
+    for (const auto* entries : {&left.files, &left.registry}) {
+      for (const auto& [path, data] : *entries) text += path + "=" + data + "\n";
+    }
+    guests_.insert(text);
+    const host::Catalogue& wanted = what == 1 ? changed_ : catalogue_;
+    host::GuestModel model(left, host::LookAround());
+    Run(true, wanted);
+    model.On(wanted);
+    Expect(model.Compare(host::TakeSnapshot()), "with sharing on after " + when);
+    Run(false, wanted);
+    model.Off();
+    const Snapshot after = host::TakeSnapshot();
+    Expect(model.Compare(after), "with sharing off after " + when);
+    Expect(host::BeyondResidue(before_, after), "beyond the residue after " + when);
+  }
+
+  int within() const { return within_; }
+  std::size_t guests() const { return guests_.size(); }
+
+ private:
+  static constexpr const char* names[] = {"\"on\"", "a change", "\"off\""};
+
+  void Share(const host::Catalogue& catalogue) {
+    const std::lock_guard lock(mutex_);
+    shared_ = catalogue;
+  }
+
+  // Ends the guest's process, and returns when the next one waits for commands.
+  void NextProcess() {
+    process_.reset();
+    Await([&] { return gate_->Facts().opens == gate_->Facts().closes; }, "the dead process keeps its device");
+    const int before = announcements_;
+    process_ = std::make_unique<GuestProcess>();
+    Await([&] { return announcements_ != before; }, "a guest process does not announce itself");
+    AwaitIdle();
+  }
+
+  template <class Condition>
+  static void Await(Condition condition, const char* failure) {
+    const auto end = Clock::now() + patience;
+    while (!condition()) {
+      if (Clock::now() > end) Fail(failure);
+      Sleep(2);
+    }
+  }
+
+  void AwaitIdle() {
+    if (!gate_->WaitIdle(patience)) Fail("the guest is not ready again");
+    if (const host::GateFacts facts = gate_->Facts(); !facts.breaches.empty()) Fail(facts.breaches.front());
+  }
+
+  Clock::duration Run(bool on, const host::Catalogue& catalogue) {
+    Share(catalogue);
+    const auto start = Clock::now();
+    gate_->Push(host::SharingCommand(on));
+    AwaitIdle();
+    return Clock::now() - start;
+  }
+
+  host::Catalogue catalogue_, changed_;
+  std::mutex mutex_;  // guards the catalogue in use
+  host::Catalogue shared_;
+  std::atomic<int> announcements_ = 0;
+  std::unique_ptr<host::Gate> gate_ = host::CreateGate();
+  std::unique_ptr<GuestProcess> process_;
+  Snapshot before_;
+  std::array<Clock::duration, 3> lasts_{};
+  int within_ = 0;
+  std::set<std::string> guests_;
+};
+
+int Run(int count, wchar_t** arguments) {
+  if (count == 2 && arguments[1] == std::wstring(L"guest")) {
+    const auto module = host::LoadModule(host::DefaultModule());
+    if (module->Start() != 0) return 1;
+    Sleep(INFINITE);
+  }
+  const int points = count == 3 ? _wtoi(arguments[2]) : 120;
+  if (count < 2 || points < 3) Fail("usage: velomira_deaths CATALOGUE [POINTS, at least 3]");
+  host::OpenConsole();
+  host::PrepareGuest();
+  Deaths deaths(host::Catalogue::Load(arguments[1]));
+  for (int i = 0; i < points; ++i) deaths.Die(i, points);
+  std::cout << points << " deaths, " << deaths.within() << " of them within their command, left "
+            << deaths.guests() << " different guests; each was mended and taken back\n";
+  if (2 * deaths.within() < points) Fail("too few within a command: is the machine much faster at times?");
+  return 0;
+}
+
+}  // namespace
+
+int wmain(int count, wchar_t** arguments) {
+  try {
+    return Run(count, arguments);
+  } catch (const std::exception& failure) {
+    std::cout << std::flush;
+    std::cerr << "velomira_deaths: " << failure.what() << std::endl;
+    return 1;
+  }
+}
