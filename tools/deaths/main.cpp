@@ -78,12 +78,13 @@ class Deaths {
       return host::AnswerCommand(shared_, envelope);
     });
     NextProcess();
-    Run(false, catalogue_);
-    before_ = host::TakeSnapshot();
-    // The second time everything is warm.
-    for (int i = 0; i < 2; ++i) {
-      lasts_ = {Run(true, catalogue_), Run(true, changed_), Run(false, changed_)};
+    // Takes back what an earlier run has left of these applications.
+    for (const host::Catalogue* each : {&catalogue_, &changed_}) {
+      Run(true, *each);
+      Run(false, *each);
     }
+    before_ = host::TakeSnapshot();
+    lasts_ = {Run(true, catalogue_), Run(true, changed_), Run(false, changed_)};
   }
 
   // Point `number` of `points`; the three commands take turns.
@@ -140,6 +141,7 @@ class Deaths {
   void NextProcess() {
     process_.reset();
     Await([&] { return gate_->Facts().opens == gate_->Facts().closes; }, "the dead process keeps its device");
+    CheckBreaches(true);
     const int before = announcements_;
     process_ = std::make_unique<GuestProcess>();
     Await([&] { return announcements_ != before; }, "a guest process does not announce itself");
@@ -157,7 +159,16 @@ class Deaths {
 
   void AwaitIdle() {
     if (!gate_->WaitIdle(patience)) Fail("the guest is not ready again");
-    if (const host::GateFacts facts = gate_->Facts(); !facts.breaches.empty()) Fail(facts.breaches.front());
+    CheckBreaches(false);
+  }
+
+  // The driver may find the memory of a process gone that has just died; that is no breach of the process's.
+  void CheckBreaches(bool died) {
+    const auto breaches = gate_->Facts().breaches;
+    for (; breaches_ < breaches.size(); ++breaches_) {
+      const bool memory = breaches[breaches_].find("buffer cannot be") != std::string::npos;
+      if (!died || !memory) Fail("breach of the contract: " + breaches[breaches_]);
+    }
   }
 
   Clock::duration Run(bool on, const host::Catalogue& catalogue) {
@@ -176,6 +187,7 @@ class Deaths {
   std::unique_ptr<GuestProcess> process_;
   Snapshot before_;
   std::array<Clock::duration, 3> lasts_{};
+  std::size_t breaches_ = 0;  // those that have been looked at
   int within_ = 0;
   std::set<std::string> guests_;
 };
