@@ -21,10 +21,9 @@ trap 'rm -rf "$work"' EXIT
 wine() { "$source/cmake/wine_env.sh" "$@"; }
 
 wine "$bin/velomira_tests.exe" --gtest_brief=1 '--gtest_filter=PlatformGaps.*' >"$work/log" || die "no empty guest"
-for host in "wine $bin/velomira-host.exe" "$native --guest $work/native"; do
-  ${host%% --guest*} shell --catalogue "$catalogue" $(grep -o -e '--guest.*' <<<"$host") <<<on >"$work/log" 2>&1 ||
-    { cat "$work/log" >&2; die "sharing does not go on"; }
-done
+share() { "$@" <<<on >"$work/log" 2>&1 || { cat "$work/log" >&2; die "sharing does not go on"; }; }
+share wine "$bin/velomira-host.exe" shell --catalogue "$catalogue"
+share "$native" shell --catalogue "$catalogue" --guest "$work/native"
 wine "$bin/shell_view.exe" show | tr -d '\r' >"$work/shown" || die "shell_view fails"
 shown() { grep "^$1"$'\t'"$2"$'\t' "$work/shown" | cut -f3-; } # KIND FILE
 

@@ -4,6 +4,7 @@
 // documented residue. With "guest" alone it is such a process: it loads the module, starts it and never ends.
 #include <windows.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <chrono>
@@ -85,16 +86,19 @@ class Deaths {
     }
     before_ = host::TakeSnapshot();
     lasts_ = {Run(true, catalogue_), Run(true, changed_), Run(false, changed_)};
+    start_ = host::TakeSnapshot();
   }
 
   // Point `number` of `points`; the three commands take turns.
   void Die(int number, int points) {
     const auto what = static_cast<std::size_t>(number % 3);
     const bool on = what != 2;
-    if (what != 0) Run(true, catalogue_);
+    // The machine may be slower or faster by now.
+    if (what != 0) pace_ = std::chrono::duration<double>(Run(true, catalogue_)) / lasts_[0];
     Share(what == 1 ? changed_ : catalogue_);
     const int each = (points + 2) / 3;
-    const auto delay = lasts_[what] * (2 * (number / 3) + 1) / (2 * each);
+    const auto delay =
+        std::chrono::duration_cast<Clock::duration>(lasts_[what] * pace_ * (number / 3 + 0.5) / each);
 
     const auto start = Clock::now();
     gate_->Push(host::SharingCommand(on));
@@ -114,23 +118,42 @@ class Deaths {
       for (const auto& [path, data] : *entries) text += path + "=" + data + "\n";
     }
     guests_.insert(text);
+    // The next "on" does what it must with what is there; where it finds a launcher without its key, that is
+    // to remove it, and the one after completes the guest.
     const host::Catalogue& wanted = what == 1 ? changed_ : catalogue_;
-    host::GuestModel model(left, host::LookAround());
-    Run(true, wanted);
-    model.On(wanted);
-    Expect(model.Compare(host::TakeSnapshot()), "with sharing on after " + when);
+    host::GuestModel model(left, host::LookAround()), undisturbed(start_, host::LookAround());
+    if (what != 0) undisturbed.On(catalogue_);
+    undisturbed.On(wanted);
+    for (int i = 0; i < 2; ++i) {
+      Run(true, wanted);
+      model.On(wanted);
+      Expect(model.Compare(host::TakeSnapshot()), "with sharing on after " + when);
+    }
+    std::vector<std::string> differences = undisturbed.Compare(host::TakeSnapshot());
+    partial_ += std::erase_if(differences, IsMadeOnce) != 0;
+    Expect(differences, "with sharing on twice after " + when);
     Run(false, wanted);
     model.Off();
-    const Snapshot after = host::TakeSnapshot();
-    Expect(model.Compare(after), "with sharing off after " + when);
-    Expect(host::BeyondResidue(before_, after), "beyond the residue after " + when);
+    start_ = host::TakeSnapshot();
+    Expect(model.Compare(start_), "with sharing off after " + when);
+    Expect(host::BeyondResidue(before_, start_), "beyond the residue after " + when);
   }
 
   int within() const { return within_; }
+  int partial() const { return partial_; }
   std::size_t guests() const { return guests_.size(); }
 
  private:
   static constexpr const char* names[] = {"\"on\"", "a change", "\"off\""};
+
+  // Made with the launcher and never again: the shortcut and the open command. They are missing where a
+  // process ended just before it made them, or while "off" was deleting the key.
+  static bool IsMadeOnce(const std::string& difference) {
+    if (!difference.starts_with("missing: ")) return false;
+    if (difference.ends_with(" (Mac).lnk")) return true;
+    return difference.find("\\Classes\\Applications\\") != std::string::npos &&
+           (difference.find("\\shell") != std::string::npos || difference.ends_with("value (default)"));
+  }
 
   void Share(const host::Catalogue& catalogue) {
     const std::lock_guard lock(mutex_);
@@ -185,10 +208,11 @@ class Deaths {
   std::atomic<int> announcements_ = 0;
   std::unique_ptr<host::Gate> gate_ = host::CreateGate();
   std::unique_ptr<GuestProcess> process_;
-  Snapshot before_;
+  Snapshot before_, start_;  // without applications: at first, and before the point's commands
   std::array<Clock::duration, 3> lasts_{};
   std::size_t breaches_ = 0;  // those that have been looked at
-  int within_ = 0;
+  double pace_ = 1;
+  int within_ = 0, partial_ = 0;
   std::set<std::string> guests_;
 };
 
@@ -205,7 +229,8 @@ int Run(int count, wchar_t** arguments) {
   Deaths deaths(host::Catalogue::Load(arguments[1]));
   for (int i = 0; i < points; ++i) deaths.Die(i, points);
   std::cout << points << " deaths, " << deaths.within() << " of them within their command, left "
-            << deaths.guests() << " different guests; each was mended and taken back\n";
+            << deaths.guests() << " different guests; each was mended, " << deaths.partial()
+            << " but for a shortcut or an open command, and taken back\n";
   if (2 * deaths.within() < points) Fail("too few within a command: is the machine much faster at times?");
   return 0;
 }
