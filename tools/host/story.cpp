@@ -25,7 +25,7 @@ void Heading(const std::string& text) {
   std::cout << "\n* " << text << "\n";
 }
 
-std::string Count(std::size_t number, const char* noun) {
+std::string Count(std::uint64_t number, const char* noun) {
   return std::to_string(number) + " " + noun + (number == 1 ? "" : "s");
 }
 
