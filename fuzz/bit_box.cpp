@@ -3,8 +3,8 @@
 
 #include <algorithm>
 
-#include "fuzz.h"
 #include "torture/expectations.h"
+#include "torture/fuzzing.h"
 
 using fuzz::Check;
 

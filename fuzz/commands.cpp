@@ -8,11 +8,11 @@
 
 #include "channel/tool_gate.h"
 #include "frame/event_loop.h"
-#include "fuzz.h"
 #include "host/gate.h"
 #include "host/guest_view.h"
 #include "host/prepare.h"
 #include "host/replies.h"
+#include "torture/fuzzing.h"
 
 namespace {
 

@@ -4,8 +4,8 @@
 
 #include <cstring>
 
-#include "fuzz.h"
 #include "platform/pe_file.h"
+#include "torture/fuzzing.h"
 
 namespace {
 

@@ -2,8 +2,8 @@
 // call ends, and the reply.
 #include <cstring>
 
-#include "fuzz.h"
 #include "torture/exchanges.h"
+#include "torture/fuzzing.h"
 
 namespace {
 

@@ -9,10 +9,12 @@
 #include "host/replies.h"
 #include "host/text.h"
 #include "stub/stub.h"
+#include "torture/expectations.h"
 
 namespace {
 
 using host::Bytes;
+using torture::Kind;
 
 constexpr std::size_t headerSize = 20;
 
@@ -34,21 +36,9 @@ class Seeds {
   int count_ = 0;
 };
 
-// The question as the guest asks it: its argument and its room.
-Bytes Question(std::uint32_t code, const std::string& argument, std::uint32_t room) {
-  Bytes envelope;
-  const auto length = static_cast<std::uint32_t>(argument.size() + 1);
-  for (const std::uint32_t field : {code, 3u, 0u, 0u, length + 28, 0u, 3u, length})
-    host::PutU32(envelope, field);
-  const auto text = std::as_bytes(std::span(argument.c_str(), length));
-  envelope.insert(envelope.end(), text.begin(), text.end());
-  for (const std::uint32_t field : {1u, 1u, 4u, room}) host::PutU32(envelope, field);
-  return envelope;
-}
-
-void WriteReply(Seeds& seeds, const std::string& target, const host::Catalogue& catalogue,
-                const Bytes& question) {
-  const Bytes reply = host::AnswerCommand(catalogue, question).bytes;
+void WriteReply(Seeds& seeds, const std::string& target, Kind kind, const host::Catalogue& catalogue,
+                const std::string& argument) {
+  const Bytes reply = torture::RealReply(kind, catalogue, argument);
   seeds.Write(target, {std::byte{0}}, reply);
   seeds.Write("bit_box", {}, std::span(reply).subspan(headerSize));
 }
@@ -63,10 +53,10 @@ void WriteApplication(Seeds& seeds, host::Application app) {
   const std::string id = app.bundleId;
   host::Catalogue alone;
   alone.Add(std::move(app));
-  WriteReply(seeds, "list", alone, Question(102, "*", 32748));
-  WriteReply(seeds, "icons", alone, Question(103, id, 277764));
-  WriteReply(seeds, "details", alone, Question(104, id, 32748));
-  WriteReply(seeds, "details", alone, Question(104, "unknown", 32748));
+  WriteReply(seeds, "list", Kind::List, alone, "*");
+  WriteReply(seeds, "icons", Kind::Icons, alone, id);
+  WriteReply(seeds, "details", Kind::Details, alone, id);
+  WriteReply(seeds, "details", Kind::Details, alone, "unknown");
 }
 
 void WriteCommands(Seeds& seeds) {
@@ -98,7 +88,7 @@ int main(int argc, char** argv) {
   try {
     Seeds seeds(host::PathOf(argv[2]));
     const auto catalogue = host::Catalogue::Load(host::PathOf(argv[1]));
-    WriteReply(seeds, "list", catalogue, Question(102, "*", 32748));
+    WriteReply(seeds, "list", Kind::List, catalogue, "*");
     for (const host::Application& app : catalogue.applications()) WriteApplication(seeds, app);
     WriteCommands(seeds);
     for (std::size_t layout = 0; layout < 8; ++layout) {

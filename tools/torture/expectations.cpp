@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "host/replies.h"
 #include "host/text.h"
 
 namespace torture {
@@ -118,6 +119,19 @@ std::string ExpectIcon(std::span<const std::byte> bitmap, bool buildMask, host::
     icon[mask + pixel / width * maskRow + x / 8] |= static_cast<std::byte>(1 << (7 - x % 8));
   }
   return {};
+}
+
+host::Bytes RealReply(Kind kind, const host::Catalogue& catalogue, const std::string& argument) {
+  host::Bytes question;
+  const auto length = static_cast<std::uint32_t>(argument.size() + 1);
+  for (const std::uint32_t field :
+       {static_cast<std::uint32_t>(kind), 3u, 0u, 0u, length + 28, 0u, 3u, length}) {
+    host::PutU32(question, field);
+  }
+  const auto text = std::as_bytes(std::span(argument.c_str(), length));
+  question.insert(question.end(), text.begin(), text.end());
+  for (const std::uint32_t field : {1u, 1u, 4u, RoomOf(kind)}) host::PutU32(question, field);
+  return host::AnswerCommand(catalogue, question).bytes;
 }
 
 Taken Expect(Kind kind, const Misdeed& misdeed, host::Bytes request) {

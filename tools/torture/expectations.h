@@ -7,7 +7,7 @@
 #include <map>
 #include <string>
 
-#include "host/wire.h"
+#include "host/catalogue.h"
 
 namespace torture {
 
@@ -28,13 +28,12 @@ struct Misdeed {
 // What the guest takes over from a reply.
 struct Taken {
   using Texts = std::vector<std::basic_string<WCHAR>>;
-  std::string raised;                 // the message without its place; empty when nothing is raised
-  Texts texts;                        // a list's identifiers and names in turn, or document types
-  Texts defaults;                     // default types
-  Texts schemes;                      // URL schemes
-  bool anyType = false;               //
-  std::map<WORD, host::Bytes> icons;  // icon images by identifier, and their group; written only when
-                                      // nothing is raised
+  std::string raised{};                 // the message without its place; empty when nothing is raised
+  Texts texts{};                        // a list's identifiers and names in turn, or document types
+  Texts defaults{};                     // default types
+  Texts schemes{};                      // URL schemes
+  bool anyType = false;                 // offered for every type
+  std::map<WORD, host::Bytes> icons{};  // icon images and their group by identifier, when nothing is raised
   bool operator==(const Taken&) const = default;
 };
 
@@ -48,6 +47,9 @@ bool SplitItems(std::span<const std::byte> data, std::vector<Item>& items);
 
 // The icon image of a bitmap file; empty, or the message with which the bitmap is refused.
 std::string ExpectIcon(std::span<const std::byte> bitmap, bool buildMask, host::Bytes& icon);
+
+// The simulated host's answer to one question.
+host::Bytes RealReply(Kind kind, const host::Catalogue& catalogue, const std::string& argument);
 
 // `request` is the whole envelope over which the reply is written.
 Taken Expect(Kind kind, const Misdeed& misdeed, host::Bytes request);

@@ -1,6 +1,6 @@
 // The guest folder, and the mutation of items: plain byte mutations mostly break the sizes, and then show
 // only that a broken size is refused.
-#include "fuzz.h"
+#include "torture/fuzzing.h"
 
 #include <unistd.h>
 
