@@ -81,7 +81,8 @@ std::string PropertyStorage(const GUID& format, const std::vector<Property>& pro
     Put(value, property.key.pid);
     Put(value, 0, 1);
     Put(value, property.value.vt);  // the type and two bytes of padding
-    Put(value, property.value.vt == VT_UI4 ? property.value.ulVal : property.value.boolVal & 0xFFFFu);
+    Put(value, property.value.vt == VT_UI4 ? property.value.ulVal
+                                           : static_cast<std::uint16_t>(property.value.boolVal));
     storage += Sized(value);
   }
   Put(storage, 0);  // no more values

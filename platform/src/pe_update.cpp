@@ -269,11 +269,12 @@ bool Resize(PeImage& image, std::size_t index, std::size_t size) {
   const std::size_t rawSize = AlignUp(size, image.fileAlignment());
   if (section.address + std::uint64_t{size} > limit) return false;
   if (image.file.size() + rawSize > addressLimit) return false;
+  const std::size_t extent = section.extent();  // of the size in the file where there is no other
   Splice(image, section.rawOffset, section.rawSize, rawSize);
   GrowInitialisedData(image, rawSize - section.rawSize);
   section.rawSize = static_cast<DWORD>(rawSize);
   // Sections must follow each other without a gap, so one in the middle never becomes smaller in memory.
-  section.virtualSize = static_cast<DWORD>(last ? size : std::max(size, std::size_t{section.extent()}));
+  section.virtualSize = static_cast<DWORD>(last ? size : std::max(size, extent));
   WriteSection(image, index);
   return true;
 }

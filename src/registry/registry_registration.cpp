@@ -1,5 +1,6 @@
 // The steps of registration, in the order that the entries depend on each other. Types and schemes are the
-// host's own texts; one that is empty or holds a backslash would address another key and is passed over.
+// host's own texts; one that is empty or holds a backslash would address another key and is passed over, and
+// so is a scheme whose key would be an extension's, a ProgID's or the launchers' own.
 #include "registry/registry_registration.h"
 
 #include <vector>
@@ -19,12 +20,22 @@ void DropUnusable(std::vector<WideString>& names) {
   });
 }
 
+// Names of keys are the same in either letter case.
+bool IsClassOfAnotherKind(WideString name) {
+  for (WCHAR& c : name) {
+    if (c >= TEXT('A') && c <= TEXT('Z')) c = static_cast<WCHAR>(c + 32);
+  }
+  return name.starts_with(TEXT('.')) || name.ends_with(autoFileSuffix) ||
+         name.starts_with(TEXT("tsrn.url.")) || name == TEXT("applications");
+}
+
 MacAppDetails DetailsOf(const MacAppInfo& app) {
   MacAppDetails details;
   GetMacAppDetails(app, details);
   DropUnusable(details.documentTypes);
   DropUnusable(details.defaultTypes);
   DropUnusable(details.urlSchemes);
+  std::erase_if(details.urlSchemes, IsClassOfAnotherKind);
   return details;
 }
 

@@ -157,6 +157,15 @@ TEST_F(Registration, TypesAndSchemesThatWouldNameOtherKeysAreSkipped) {
     EXPECT_FALSE(hive::Has(classes + key)) << key;
   }
   EXPECT_FALSE(hive::Has(urlKey));
+  details = Items();
+  for (const char* name : {".pgn", "PGN_auto_file", "Tsrn.Url.Go (Mac)", "applications"})
+    details.Text(scheme, name);
+  Describe(details);
+  Register();
+  EXPECT_FALSE(hive::Has(urlKey));
+  for (const char* key : {".pgn", "PGN_auto_file", "Tsrn.Url.Go (Mac)", "Applications"}) {
+    EXPECT_EQ(hive::Value(classes + key, "URL Protocol"), "none") << key;
+  }
   Describe(
       Items().Text(documentType, "a\\b").Text(documentType, "pgn").Text(scheme, "").Text(scheme, "x.y-z+1"));
   Register();
@@ -189,7 +198,7 @@ TEST_F(Registration, ARefreshForgetsSchemesButKeepsTheirKeys) {
 // The machine's declarations are seen through HKEY_CLASSES_ROOT on every platform.
 TEST_F(Registration, ASchemeOfSomebodyElseKeepsItsKey) {
   const hive::MachineAssociation machine("velomirascheme", false);
-  const WideString key = TEXT("Software\\Classes\\.velomirascheme");
+  const WideString key = TEXT("Software\\Classes\\VelomiraTest.velomirascheme");
   const struct {
     const char* what;
     DWORD type;
@@ -197,12 +206,12 @@ TEST_F(Registration, ASchemeOfSomebodyElseKeepsItsKey) {
   } cases[] = {{"no text", REG_DWORD, false}, {"text", REG_SZ, true}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
-    hive::Drop(classes + ".velomirascheme");
+    hive::Drop(classes + "VelomiraTest.velomirascheme");
     SHSetValueW(HKEY_LOCAL_MACHINE, key.c_str(), TEXT("URL Protocol"), c.type, TEXT("\0"), 4);
-    Describe(Items().Text(scheme, ".velomirascheme"));
+    Describe(Items().Text(scheme, "VelomiraTest.velomirascheme"));
     Register();
-    EXPECT_EQ(hive::Has(classes + ".velomirascheme"), !c.declared);
-    EXPECT_EQ(hive::Value(appKey + "\\SupportedProtocols", ".velomirascheme"), "\"\"");
+    EXPECT_EQ(hive::Has(classes + "VelomiraTest.velomirascheme"), !c.declared);
+    EXPECT_EQ(hive::Value(appKey + "\\SupportedProtocols", "VelomiraTest.velomirascheme"), "\"\"");
   }
 }
 

@@ -40,6 +40,11 @@ void Session::Watch(Watcher watcher) {
   watcher_ = std::move(watcher);
 }
 
+void Session::Bend(Bender bender) {
+  std::lock_guard lock(mutex_);
+  bender_ = std::move(bender);
+}
+
 void Session::Share(Catalogue catalogue) {
   std::lock_guard lock(mutex_);
   catalogue_ = std::move(catalogue);
@@ -54,7 +59,9 @@ Reply Session::Answer(std::span<const std::byte> envelope) {
   if (question.code == 104) ++requests_.details;
   asked_.notify_all();
   if (watcher_) watcher_(question);
-  return AnswerCommand(catalogue_, envelope);
+  Reply reply = AnswerCommand(catalogue_, envelope);
+  if (bender_) bender_(question, reply);
+  return reply;
 }
 
 std::int32_t Session::WithinLimit(const char* what, std::function<std::int32_t()> call) {

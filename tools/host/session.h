@@ -30,6 +30,9 @@ class Session {
   // Called on the module's thread for every request of the guest, before it is answered.
   using Watcher = std::function<void(const Question&)>;
 
+  // Called likewise with every answer, which it may change.
+  using Bender = std::function<void(const Question&, Reply&)>;
+
   Session(const std::filesystem::path& module, std::chrono::milliseconds limit);
   // Stops a module that still runs. One that does not answer any more is left alone with all it uses: the
   // process must then end without waiting for it.
@@ -38,6 +41,7 @@ class Session {
   Session& operator=(const Session&) = delete;
 
   void Watch(Watcher watcher);
+  void Bend(Bender bender);
   void Share(Catalogue catalogue);  // what the guest's requests are answered from
 
   void Start();  // returns after the guest's announcement
@@ -48,6 +52,7 @@ class Session {
 
   bool stuck() const { return stuck_; }
   GateFacts Facts() { return gate_->Facts(); }
+  Gate& gate() { return *gate_; }
 
  private:
   Reply Answer(std::span<const std::byte> envelope);
@@ -64,6 +69,7 @@ class Session {
 
   std::mutex mutex_;  // guards what follows: the module's thread uses it too
   Watcher watcher_;
+  Bender bender_;
   Catalogue catalogue_;
   Requests requests_;
   std::condition_variable asked_;

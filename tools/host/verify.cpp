@@ -61,6 +61,15 @@ void CompareEntries(const Entries& expected, const Entries& found, bool data, st
   }
 }
 
+// Of a scheme's key: would it be an extension's, a ProgID's or the launchers' own?
+bool IsClassOfAnotherKind(const std::string& scheme) {
+  constexpr std::string_view claim = "_auto_file", url = "Tsrn.Url.";
+  const bool claimed =
+      scheme.size() >= claim.size() && EqualNoCase(scheme.substr(scheme.size() - claim.size()), claim);
+  return scheme.starts_with(".") || claimed || EqualNoCase(scheme.substr(0, url.size()), url) ||
+         EqualNoCase(scheme, "Applications");
+}
+
 }  // namespace
 
 GuestModel::GuestModel(Snapshot start, Surroundings surroundings)
@@ -191,18 +200,20 @@ void GuestModel::ClaimDefault(const std::string& type, const std::string& exe) {
 }
 
 bool GuestModel::RegisterSchemes(const Application& app, const std::string& appKey) {
+  std::vector<std::string> schemes = app.urlSchemes;
+  std::erase_if(schemes, IsClassOfAnotherKind);
   const std::string fullName = app.name + suffix, exe = fullName + ".exe", progId = "Tsrn.Url." + fullName;
   DeleteTree(appKey + "\\SupportedProtocols");
   if (!Has(toolsKey)) return false;
   DeleteTree(toolsKey + "\\MacApps\\" + fullName);
-  if (app.urlSchemes.empty()) {
+  if (schemes.empty()) {
     DeleteTree(classesKey + "\\" + progId);
     if (!Has(registeredKey)) return false;
     state_.registry.erase(ValuePath(registeredKey, fullName));
     return true;
   }
   const std::string capabilities = toolsKey + "\\MacApps\\" + fullName + "\\Capabilities";
-  for (const std::string& scheme : app.urlSchemes) {
+  for (const std::string& scheme : schemes) {
     SetText(appKey + "\\SupportedProtocols", scheme, "");
     SetText(classesKey + "\\" + progId + "\\shell\\open\\command", "",
             "\"" + PathOfLauncher(exe) + "\" /url \"%1\"");

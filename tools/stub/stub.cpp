@@ -125,7 +125,7 @@ std::vector<std::byte> MakeTemplateStub(const Layout& layout) {
   image.U32(0);                              // checksum: optional for programs
   image.U16(2);                              // windows without a console
   image.U16(layout.wide ? 0x8160 : 0x8140);  // any address, no executable data
-  for (const std::uint64_t size : {0x100000, 0x1000, 0x100000, 0x1000}) image.Word(layout.wide, size);
+  for (const std::uint32_t size : {0x100000u, 0x1000u, 0x100000u, 0x1000u}) image.Word(layout.wide, size);
   image.U32(0);
   image.U32(16);  // data directories
   for (int i = 0; i < 16; ++i) {
