@@ -8,7 +8,9 @@
 
 #include <atomic>
 #include <chrono>
+#include <ctime>
 #include <fstream>
+#include <optional>
 #include <set>
 #include <stdexcept>
 #include <thread>
@@ -25,9 +27,12 @@ namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 
 constexpr std::size_t processes = 8, threads = 4, fullLines = 4'000;  // lines a thread
-constexpr std::size_t burst = 50;                                     // lines without a pause
-constexpr auto longestPause = 1000ms;      // between two bursts, half of it on average
-constexpr std::size_t longestLine = 4094;  // what is longer is cut
+constexpr std::size_t burst = 100;                                    // lines without a pause
+constexpr auto earliest = 60ms;                                       // before a second ends, a burst begins
+constexpr std::size_t longestLine = 4094;                             // what is longer is cut
+constexpr std::size_t hourSeconds = 3600;
+constexpr std::size_t latest =
+    4;  // seconds until a file that went is no longer written to, on a busy machine
 
 // What the processes share.
 struct Progress {
@@ -44,6 +49,14 @@ fs::path Kept() {
   return platform::GuestRoot() / "kept";
 }
 
+// In local time, as the lines have it.
+std::size_t SecondOfHour() {
+  const std::time_t now = std::time(nullptr);
+  std::tm local{};
+  localtime_r(&now, &local);
+  return static_cast<std::size_t>(local.tm_min * 60 + local.tm_sec);
+}
+
 // The message tells who wrote it and how it goes on.
 std::string Message(std::size_t process, std::size_t thread, std::size_t line) {
   const std::size_t length = line % 97 == 0 ? 5000 : line % 89 == 0 ? 3000 : line * 7919 % 300;
@@ -52,10 +65,17 @@ std::string Message(std::size_t process, std::size_t thread, std::size_t line) {
          std::string(length, letter) + ".";
 }
 
+// The log looks for its file in each new second, so that is when everybody writes.
+void AwaitNextSecond(Dice& dice) {
+  const auto soon = std::chrono::system_clock::now() + earliest;
+  std::this_thread::sleep_until(std::chrono::ceil<std::chrono::seconds>(soon) -
+                                earliest * dice.Below(1000) / 1000);
+}
+
 void Write(std::size_t process, std::size_t thread, const Options& options) {
   Dice dice(options.seed, process * threads + thread);
   for (std::size_t line = 0; line < fullLines / options.every; ++line) {
-    if (line % burst == 0) std::this_thread::sleep_for(longestPause * dice.Below(1000) / 1000);
+    if (line % burst == 0) AwaitNextSecond(dice);
     WriteLog("TEST", "Torture", 1, "%s", Message(process, thread, line).c_str());
   }
 }
@@ -80,7 +100,7 @@ void TakeAway(Report& report, const Progress& progress, const Options& options) 
   while (progress.writing != 0 && std::chrono::steady_clock::now() < end) {
     report.Trial("the log's file is taken away");
     std::this_thread::sleep_for(1ms * (dice.Chance(50) ? dice.Below(5) : dice.Below(300)));
-    const fs::path kept = Kept() / std::to_string(taken);
+    const fs::path kept = Kept() / (std::to_string(SecondOfHour()) + "." + std::to_string(taken));
     if (dice.Chance(30)) {
       if (rename(path.c_str(), kept.c_str()) != 0) continue;
     } else {
@@ -103,6 +123,8 @@ class Reader {
   explicit Reader(std::size_t lines) : seen_(processes * threads, std::vector<bool>(lines)) {}
 
   void Read(const fs::path& path) {
+    // A file that was taken away is named after the second in which it was.
+    taken_ = path == Primary() ? std::nullopt : std::optional(std::stoul(path.filename().string()));
     struct stat status {};
     if (stat(path.c_str(), &status) != 0 || !files_.insert(status.st_ino).second) return;
     std::vector<std::size_t> next(processes * threads);
@@ -144,6 +166,11 @@ class Reader {
     }
     const std::string whole = line.substr(0, tagAt + tag.size()) + Message(process, thread, number);
     if (line != whole.substr(0, longestLine)) throw std::runtime_error("not whole: " + line.substr(0, 200));
+    const std::size_t late = taken_ ? (minute * 60 + second + hourSeconds - *taken_) % hourSeconds : 0;
+    if (late > latest && late < hourSeconds / 2) {
+      throw std::runtime_error("in a file that went " + std::to_string(late) +
+                               " s before: " + line.substr(0, 200));
+    }
     const std::size_t writer = process * threads + thread;
     if (seen_[writer][number]) throw std::runtime_error("twice: " + line.substr(0, 200));
     if (number < next[writer]) throw std::runtime_error("out of order: " + line.substr(0, 200));
@@ -153,6 +180,7 @@ class Reader {
   }
 
   std::vector<std::vector<bool>> seen_;  // by writer
+  std::optional<std::size_t> taken_;     // when the file that is read went
   std::set<ino_t> files_;
   std::size_t lines_ = 0;
 };

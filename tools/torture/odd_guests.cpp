@@ -71,7 +71,7 @@ class Walk {
     stage_.Share(odd_, oddity_.extras);
     oddity_.make(stage_);
     host::GuestModel model(host::TakeSnapshot(), stage_.around);
-    if (!stage_.rig.Start()) throw std::runtime_error("the module does not start");
+    stage_.Start();
     CarryOut(stage_.rig, host::SharingCommand(road_ != Road::Off));
     road_ == Road::Off ? model.Off() : model.On(odd_);
     CarryOut(stage_.rig, host::AnnounceCommand());
@@ -193,7 +193,7 @@ Stage::Stage(const Options& options, const std::filesystem::path& driveC)
   elsewhere = Elsewhere();
   empty = SaveGuestState();
   Share(usual, {});
-  if (!rig.Start()) throw std::runtime_error("the module does not start");
+  Start();
   CarryOut(rig, host::SharingCommand(true));
   StopAndCount(rig);
   furnished = SaveGuestState();
@@ -228,11 +228,16 @@ void Stage::LetGo() {
   held_.clear();
 }
 
+void Stage::Start() {
+  if (!rig.Start()) throw std::runtime_error("the module does not start");
+  if (!rig.gate().WaitIdle(std::chrono::seconds(50))) throw std::runtime_error("the module takes no command");
+}
+
 std::vector<std::string> Stage::CallsOfOn() {
   const GuestState state = SaveGuestState();
   platform::ArmFaultPlan({});
   host::TakeSnapshot();
-  if (!rig.Start()) throw std::runtime_error("the module does not start");
+  Start();
   CarryOut(rig, host::SharingCommand(true));
   std::vector<std::string> calls = platform::DisarmFaultPlan();
   StopAndCount(rig);

@@ -44,6 +44,9 @@ class Stage {
   void Hold(const std::string& guestPath);
   void LetGo();
 
+  // Returns when the module waits for a command: whether one comes before or after decides on its calls.
+  void Start();
+
   // The layer's calls that "on" makes of the guest as it is, from the snapshot before it on; the guest is as
   // it was afterwards.
   std::vector<std::string> CallsOfOn();
