@@ -19,6 +19,7 @@ struct GateState {
   FaultPlan plan;
   std::string failing;  // the function that keeps failing, once a repeating plan has acted
   std::vector<std::string> calls;
+  std::size_t counted = 0;  // of the calls that the plan counts
   std::size_t failed = 0;
   std::map<std::string, std::size_t> counts;
 };
@@ -39,7 +40,9 @@ bool Pass(const char* function, bool canFail, DWORD* error) {
   ++state.counts[function];
   if (!state.armed) return false;
   state.calls.emplace_back(function);
-  const bool due = state.calls.size() == state.plan.call;
+  if (state.plan.function.empty() || state.plan.function == function) ++state.counted;
+  const bool due =
+      state.counted == state.plan.call && (state.plan.function.empty() || state.plan.function == function);
   if (due && state.plan.action == FaultPlan::Action::EndProcess) {
     auto ending = state.plan.ending;
     state.armed = false;
@@ -83,7 +86,7 @@ void ArmFaultPlan(FaultPlan plan) {
   state.plan = std::move(plan);
   state.failing.clear();
   state.calls.clear();
-  state.failed = 0;
+  state.counted = state.failed = 0;
   state.armed = true;
 }
 

@@ -100,9 +100,7 @@ TEST_F(PeNative, AFailedCommitLeavesTheFileAndNothingBesideIt) {
     DWORD error;
   } cases[] = {
       {"planned fault",
-       [] {
-         platform::ArmFaultPlan({platform::FaultPlan::Action::Fail, 1, false, 0, {}});
-       },
+       [] { platform::ArmFaultPlan({.action = platform::FaultPlan::Action::Fail, .call = 1, .ending = {}}); },
        [] { platform::DisarmFaultPlan(); }, ERROR_OPEN_FAILED},
       {"read-only file", [&] { fs::permissions(hostPath, fs::perms(0551)); },
        [&] { fs::permissions(hostPath, fs::perms(0751)); }, ERROR_ACCESS_DENIED},

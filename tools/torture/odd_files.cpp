@@ -58,29 +58,23 @@ auto Only(const std::string& name, Fate fate) {
 
 // From the first call of the function on there is no room for what it writes.
 Oddity FullDisk(const std::string& function) {
-  auto first = std::make_shared<std::size_t>(0);
-  return {
-      .name = "disk full: " + function,
-      .make =
-          [=](Stage& stage) {
-            const std::vector<std::string> calls = stage.CallsOfOn();
-            *first =
-                static_cast<std::size_t>(std::find(calls.begin(), calls.end(), function) - calls.begin()) + 1;
-            platform::FaultPlan plan;
-            plan.action = platform::FaultPlan::Action::Fail;
-            plan.call = *first;
-            plan.repeat = true;
-            plan.error = ERROR_DISK_FULL;
-            platform::ArmFaultPlan(plan);
-          },
-      .lift =
-          [=](Stage&) {
-            const std::vector<std::string> calls = platform::DisarmFaultPlan();
-            if (!calls.empty() && (calls.size() < *first || calls[*first - 1] != function)) {
-              throw std::runtime_error("the disk was not full where it was to be");
-            }
-          },
-      .roads = {Road::Empty, Road::Changed}};
+  return {.name = "disk full: " + function,
+          .make =
+              [=](Stage&) {
+                platform::FaultPlan plan;
+                plan.action = platform::FaultPlan::Action::Fail;
+                plan.call = 1;
+                plan.function = function;
+                plan.repeat = true;
+                plan.error = ERROR_DISK_FULL;
+                platform::ArmFaultPlan(plan);
+              },
+          .lift =
+              [=](Stage&) {
+                platform::DisarmFaultPlan();
+                if (platform::CallsFailed() == 0) throw std::runtime_error("the disk was never full");
+              },
+          .roads = {Road::Empty, Road::Changed}};
 }
 
 }  // namespace

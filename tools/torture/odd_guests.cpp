@@ -233,18 +233,6 @@ void Stage::Start() {
   if (!rig.gate().WaitIdle(std::chrono::seconds(50))) throw std::runtime_error("the module takes no command");
 }
 
-std::vector<std::string> Stage::CallsOfOn() {
-  const GuestState state = SaveGuestState();
-  platform::ArmFaultPlan({});
-  host::TakeSnapshot();
-  Start();
-  CarryOut(rig, host::SharingCommand(true));
-  std::vector<std::string> calls = platform::DisarmFaultPlan();
-  StopAndCount(rig);
-  RestoreGuestState(state);
-  return calls;
-}
-
 void Stage::Share(const host::Catalogue& catalogue, const std::vector<Extra>& extras) {
   rig.gate().Serve([&catalogue, extras](std::span<const std::byte> envelope) {
     const host::Question question = host::ReadQuestion(envelope);

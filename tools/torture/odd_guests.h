@@ -47,10 +47,6 @@ class Stage {
   // Returns when the module waits for a command: whether one comes before or after decides on its calls.
   void Start();
 
-  // The layer's calls that "on" makes of the guest as it is, from the snapshot before it on; the guest is as
-  // it was afterwards.
-  std::vector<std::string> CallsOfOn();
-
   // Answers from one of the catalogues, and from the extras behind it.
   void Share(const host::Catalogue& catalogue, const std::vector<Extra>& extras);
 

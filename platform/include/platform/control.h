@@ -86,6 +86,7 @@ struct FaultPlan {
   enum class Action { None, Fail, EndProcess };
   Action action = Action::None;
   std::size_t call = 0;            // the number of the call to act on; 0: none
+  std::string function{};          // when named, `call` counts the calls of this function alone
   bool repeat = false;             // every later call of the same function fails as well, until disarmed
   DWORD error = 0;                 // 0: the function's own plausible error
   std::function<void()> ending{};  // EndProcess: runs before the process ends with status 86
