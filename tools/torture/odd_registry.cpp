@@ -93,7 +93,7 @@ void AddMissingKeys(std::vector<Oddity>& table) {
                    .lift = Make(applications),
                    .roads = {Road::Empty},
                    .foreseen = true});
-  // them.
+  // Launchers outlive them.
   table.push_back({.name = "no application keys",
                    .make = Drop(applications),
                    .lift = Make(applications),

@@ -1,5 +1,5 @@
 // Random catalogues, shared twice and withdrawn again in a guest that is full of other programs' entries. A
-// trial is told by the seed and its number.
+// trial is told by seed and number.
 #include "host/guest_view.h"
 #include "host/verify.h"
 #include "torture/dice.h"
