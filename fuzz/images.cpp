@@ -33,8 +33,12 @@ void Update(const Change& change) {
     if (EndUpdateResourceW(update, FALSE)) {
       auto has = pe::List(path);
       Check(has.has_value(), "an updated file cannot be read");
-      Check(has->contains(change.Key()) != change.deletes, "the resource is not there, or still there");
-      if (!change.deletes) Check((*has)[change.Key()] == change.data, "another resource than written");
+      // Lists end at a name that cannot be looked up, such as one in lower case.
+      Check(!change.deletes || !has->contains(change.Key()), "a deleted resource is still there");
+      const HMODULE module = LoadLibraryExW(path, nullptr, LOAD_LIBRARY_AS_DATAFILE);
+      Check(change.deletes || pe::Find(module, type, name, 0) == change.data,
+            "another resource than written");
+      FreeLibrary(module);
       has->erase(change.Key());
       had->erase(change.Key());
       Check(*has == *had, "other resources have changed");
