@@ -14,7 +14,8 @@ void Try(Story& story, const Scene& scene, bool once, Report& report, Arm arm, D
   arm();
   const bool unaided = story.Play(scene);
   const std::string cause = disarm();
-  if (once) story.FailHalfMade(report);
+  story.Rest();
+  if (once) story.FailHalfMade(cause, report);
   // The stop does not look at the result of its message, and waits for the worker either way.
   if (!unaided && cause != "PostThreadMessageW") report.Fail("the stop does not return");
   if (!unaided) {

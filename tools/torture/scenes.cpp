@@ -98,11 +98,19 @@ bool Story::Play(const Scene& scene) {
   return true;
 }
 
-void Story::FailHalfMade(Report& report) {
+void Story::Rest() {
+  if (!rig_.Settle()) rig_.Stop();
+}
+
+void Story::FailHalfMade(const std::string& cause, Report& report) {
   for (const auto& [path, launcher] : host::TakeSnapshot().launchers) {
     if (launcher.bundleId.empty() || launcher.name.empty() || launcher.description.empty() ||
         launcher.iconSizes.empty()) {
-      report.Fail("half-made: " + path);
+      if (cause == "MultiByteToWideChar") {
+        report.Count("launchers with a name or an identifier that was not converted");
+      } else {
+        report.Fail("half-made: " + path);
+      }
     }
   }
 }

@@ -34,9 +34,12 @@ class Story {
   // Asks of the module what the scene does, and returns when the worker rests. False: a stop had to be
   // helped.
   bool Play(const Scene& scene);
+  // Returns when what was asked of the module is surely over; a worker that does not wait for a command is
+  // stopped.
+  void Rest();
   // Reports each launcher that lacks its identity, its version information or all of its icons. Two faults
   // can leave one, one in the making and one in the removal; a single one cannot.
-  void FailHalfMade(Report& report);
+  void FailHalfMade(const std::string& cause, Report& report);
   // What must follow whatever `cause` did to the scene: clean commands bring the guest to where it would be
   // without it, and nothing is left open. Reports each thing that is otherwise, and counts what outlives the
   // next "on" as prescribed (see lasting.h).
