@@ -64,7 +64,7 @@ std::string HowItDied(int status) {
 
 }  // namespace
 
-void Report::Send(char kind, std::string text) {
+void Report::Send(char kind, std::string text) const {
   std::replace(text.begin(), text.end(), '\n', ';');
   std::string line = std::to_string(getpid()) + " " + kind + " " + text;
   line.resize(std::min<std::size_t>(line.size(), PIPE_BUF - 1));

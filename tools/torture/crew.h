@@ -20,7 +20,7 @@ class Report {
   void Fail(const std::string& what);  // of the trial that has begun last; it is over then
 
  private:
-  void Send(char kind, std::string text);
+  void Send(char kind, std::string text) const;
 
   int pipe_;
   std::string trial_;

@@ -39,7 +39,7 @@ class Story {
   void Rest();
   // Reports each launcher that lacks its identity, its version information or all of its icons. Two faults
   // can leave one, one in the making and one in the removal; a single one cannot.
-  void FailHalfMade(const std::string& cause, Report& report);
+  static void FailHalfMade(const std::string& cause, Report& report);
   // What must follow whatever `cause` did to the scene: clean commands bring the guest to where it would be
   // without it, and nothing is left open. Reports each thing that is otherwise, and counts what outlives the
   // next "on" as prescribed (see lasting.h).
