@@ -15,7 +15,7 @@ void Try(Story& story, const Scene& scene, bool once, Report& report, Arm arm, D
   const bool unaided = story.Play(scene);
   const std::string cause = disarm();
   story.Rest();
-  if (once) story.FailHalfMade(cause, report);
+  if (once) Story::FailHalfMade(cause, report);
   // The stop does not look at the result of its message, and waits for the worker either way.
   if (!unaided && cause != "PostThreadMessageW") report.Fail("the stop does not return");
   if (!unaided) {

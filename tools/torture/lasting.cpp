@@ -38,6 +38,11 @@ const Kind kinds[] = {
     {"claims as earlier versions of Windows have them", "VerifyVersionInfoW",
      R"([a-z]+: HKCU\\Software\\Classes\\(\.[a-z]+|[a-z]+_auto_file)(\\.*|\|.*)?)"},
 };
+// What removes an application goes on after a failure; with its key and its launcher gone, nothing leads to
+// these.
+constexpr const char* forGood =
+    R"((after "off", unexpected|extra): HKCU\\.*(\\Tsrn\.Url\.|\\MacApps\\|\\RegisteredApplications(\||, value )))" GONE
+    ".*";
 #undef GONE
 #undef TYPELESS
 
@@ -60,6 +65,10 @@ const char* LastingKind(const Scene& scene, const std::string& cause, const std:
   }
   const bool left = scene.name == "off" && WasThere(scene.held, difference);
   return left ? "what an \"off\" did not reach, of an application that is no longer listed" : nullptr;
+}
+
+bool IsLeftForGood(const std::string& difference) {
+  return std::regex_match(difference, std::regex(forGood));
 }
 
 bool IsResidue(const std::string& difference) {

@@ -12,6 +12,9 @@ namespace torture {
 // that failed, or what else happened.
 const char* LastingKind(const Scene& scene, const std::string& cause, const std::string& difference);
 
+// An entry of an application that is gone, which no "off" finds any more.
+bool IsLeftForGood(const std::string& difference);
+
 // Entries that stay for good, as the design says: below the extensions' keys.
 bool IsResidue(const std::string& difference);
 

@@ -136,6 +136,8 @@ void Rig::On(const host::Catalogue& catalogue) {
   Share(&catalogue);
   const std::uint64_t before = lists_;
   Run(host::SharingCommand(true));
+  // A worker that was about to end took the first one with it.
+  if (lists_ == before) Run(host::SharingCommand(true));
   if (lists_ == before) throw std::runtime_error("\"on\" was not carried out");
 }
 
