@@ -235,7 +235,7 @@ std::vector<Oddity> HostOddities(const Stage& stage) {
                      .untilOff = {"Classes\\odd", untilOff},  // claimed and declared by one that went
                      .forGood = std::move(forGood)});
   };
-  for (const std::size_t length : {240, 245, 246, 250, 255, 5000}) {
+  for (const std::size_t length : {240u, 245u, 246u, 250u, 255u, 5000u}) {
     listed("a name of " + std::to_string(length) + " characters", std::string(length, 'n'));
   }
   for (const char c : std::string("<>:\"/|?*\x01\x1f"))

@@ -235,7 +235,7 @@ std::vector<Oddity> SpoiltValues(const Stage& stage) {
     if (mark == std::string::npos || stage.before.registry.contains(path)) continue;
     const std::string key = path.substr(0, mark), value = path.substr(mark + 1);
     const auto& [type, bytes] = spoilt[table.size() % std::size(spoilt)];
-    const auto mend = [=](Stage&) {
+    const auto mend = [=, path = path, data = data](Stage&) {
       if (!host::TakeSnapshot().registry.contains(path)) return;
       if (host::IsRegistryText(data)) {
         PutText(key, value, host::TextOfValue(data));
