@@ -25,8 +25,8 @@ struct Receive {
   Receive* abandonedBefore = nullptr;
 };
 
-// Receives that could not be cancelled, the last one first. The device may still write to them, so nothing but
-// their completion frees them.
+// Receives that could not be cancelled, the last one first. The device may still write to them, so nothing
+// but their completion frees them.
 Receive* abandoned = nullptr;
 
 void Abandon(std::unique_ptr<Receive> receive) {
