@@ -4,6 +4,7 @@
 
 #include <platform/control.h>
 
+#include <atomic>
 #include <functional>
 #include <optional>
 #include <string>
@@ -44,13 +45,15 @@ class Stage {
   void Hold(const std::string& guestPath);
   void LetGo();
 
-  // Returns when the module waits for a command: whether one comes before or after decides on its calls.
+  // Returns when the module has announced itself: whether a command comes before or after decides on its
+  // calls.
   void Start();
 
   // Answers from one of the catalogues, and from the extras behind it.
   void Share(const host::Catalogue& catalogue, const std::vector<Extra>& extras);
 
  private:
+  std::atomic<std::uint64_t> announcements_ = 0;
   std::vector<HANDLE> held_;
 };
 
