@@ -52,7 +52,7 @@ std::string FallbackFolder() {
 }
 
 struct Location {
-  WideString path;
+  std::string path;          // UTF-8
   const Location* replaced;  // the one before the switch to the fallback; null: the primary one
 };
 
@@ -66,13 +66,11 @@ const Location& Publish(const Location* expected, std::unique_ptr<const Location
 
 const Location& CurrentLocation() {
   if (const Location* location = theLocation.load()) return *location;
-  return Publish(nullptr,
-                 std::make_unique<Location>(Location{Utf8ToWide(LogPath(PrimaryFolder())), nullptr}));
+  return Publish(nullptr, std::make_unique<Location>(Location{LogPath(PrimaryFolder()), nullptr}));
 }
 
 const Location& SwitchToFallback(const Location& primary) {
-  return Publish(&primary,
-                 std::make_unique<Location>(Location{Utf8ToWide(LogPath(FallbackFolder())), &primary}));
+  return Publish(&primary, std::make_unique<Location>(Location{LogPath(FallbackFolder()), &primary}));
 }
 
 // ---- The open file -------------------------------------------------------------------------------------
@@ -115,17 +113,18 @@ class Writing {
 };
 
 UniqueFile OpenForAppending(const Location& location) {
+  const WideString path = Utf8ToWide(location.path);
   SetLastError(ERROR_SUCCESS);
-  UniqueFile file(CreateFileW(location.path.c_str(), FILE_APPEND_DATA | READ_CONTROL | WRITE_DAC, shareAll,
-                              nullptr, OPEN_ALWAYS, openFlags, nullptr));
+  UniqueFile file(CreateFileW(path.c_str(), FILE_APPEND_DATA | READ_CONTROL | WRITE_DAC, shareAll, nullptr,
+                              OPEN_ALWAYS, openFlags, nullptr));
   if (file && GetLastError() != ERROR_ALREADY_EXISTS) GrantInteractiveUsers(file.get());
   return file;
 }
 
 // The path still names the file that is open.
 bool IsSameFile(const Location& location, HANDLE open) {
-  const UniqueFile file(
-      CreateFileW(location.path.c_str(), GENERIC_READ, shareAll, nullptr, OPEN_EXISTING, openFlags, nullptr));
+  const UniqueFile file(CreateFileW(Utf8ToWide(location.path).c_str(), GENERIC_READ, shareAll, nullptr,
+                                    OPEN_EXISTING, openFlags, nullptr));
   if (!file) return false;
   BY_HANDLE_FILE_INFORMATION named, opened;
   return GetFileInformationByHandle(file.get(), &named) && GetFileInformationByHandle(open, &opened) &&

@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <fstream>
 #include <sstream>
@@ -183,24 +184,32 @@ TEST_F(LogFile, WithoutAFolderTheLogLiesAtTheRoot) {
 }
 
 // The first line settles the place of the log, hence a process for each call that fails in it.
-TEST_F(LogFile, AFailingCallMovesTheLogAtMostAndOnlyAFailedWriteLosesALine) {
-  constexpr std::size_t last = 20;
-  for (std::size_t number = 1; number <= last; ++number) {
-    InOwnProcess([number] {
-      FailCall(number);
-      SetLastError(77);
-      Write("a");
-      EXPECT_EQ(GetLastError(), 77u);
-      const std::vector<std::string> calls = platform::DisarmFaultPlan();
-      EXPECT_TRUE(number < last || calls.size() < last) << "not all calls have failed";
-      const std::string failed = number <= calls.size() ? calls[number - 1] : "";
-      Write("b");
-      const fs::path root = platform::GuestRoot() / "tessarine.log";
-      EXPECT_EQ(Messages(Primary()) + Messages(Fallback()) + Messages(root),
-                failed == "WriteFile" ? "b;" : "a;b;")
-          << failed;
-      EXPECT_EQ(platform::Census(), (std::map<std::string, std::size_t>{{"file", 1}})) << failed;
-    });
+TEST_F(LogFile, AFailingCallMovesTheLogAtMostAndOnlyWithoutAFileOrAWriteIsALineLost) {
+  for (const bool denied : {false, true}) {
+    const std::size_t last = denied ? 26 : 20;
+    for (std::size_t number = 1; number <= last; ++number) {
+      InOwnProcess([number, denied, last] {
+        fs::create_directories(Primary().parent_path());
+        Deny(Primary().parent_path(), denied);
+        FailCall(number);
+        SetLastError(77);
+        Write("a");
+        EXPECT_EQ(GetLastError(), 77u);
+        const std::vector<std::string> calls = platform::DisarmFaultPlan();
+        EXPECT_TRUE(number < last || calls.size() < last) << "not all calls have failed";
+        const auto end = calls.begin() + static_cast<std::ptrdiff_t>(std::min(number, calls.size()));
+        const std::string failed = number <= calls.size() ? calls[number - 1] : "";
+        const bool noFile = (failed == "CreateFileW" || failed == "MultiByteToWideChar") &&
+                            std::count(calls.begin(), end, "SHGetFolderPathW") == 1;
+        Write("b");
+        const fs::path root = platform::GuestRoot() / "tessarine.log";
+        EXPECT_EQ(Messages(Primary()) + Messages(Fallback()) + Messages(root),
+                  noFile || failed == "WriteFile" ? "b;" : "a;b;")
+            << failed;
+        EXPECT_EQ(platform::Census(), (std::map<std::string, std::size_t>{{"file", 1}})) << failed;
+        Deny(Primary().parent_path(), false);
+      });
+    }
   }
 }
 
