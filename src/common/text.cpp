@@ -36,3 +36,10 @@ std::string WideToUtf8(WideView text) {
     return {};
   return utf8;
 }
+
+WideString AsciiLower(WideString text) {
+  for (WCHAR& c : text) {
+    if (c >= TEXT('A') && c <= TEXT('Z')) c = static_cast<WCHAR>(c + 32);
+  }
+  return text;
+}

@@ -15,3 +15,6 @@ WideString Utf8ToWide(std::string_view text);
 
 // UTF-16 to UTF-8; any failure gives the empty string. The thread's last error is the same afterwards.
 std::string WideToUtf8(WideView text);
+
+// `text` with A to Z in lower case.
+WideString AsciiLower(WideString text);

@@ -17,20 +17,9 @@ constexpr auto associatedProgId = static_cast<ASSOCSTR>(20);  // ASSOCSTR_PROGID
 constexpr WideView blackList[] = {TEXT(".lnk"), TEXT(".exe"), TEXT(".com"), TEXT(".pif"), TEXT(".bat"),
                                   TEXT(".cmd"), TEXT(".msc"), TEXT(".msi"), TEXT(".ico")};
 
-WCHAR AsciiLower(WCHAR c) {
-  return c >= TEXT('A') && c <= TEXT('Z') ? static_cast<WCHAR>(c + 32) : c;
-}
-
-bool EqualIgnoringAsciiCase(WideView a, WideView b) {
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                    [](WCHAR x, WCHAR y) { return AsciiLower(x) == AsciiLower(y); });
-}
-
 void CheckBlackList(const WideString& dotted) {
-  for (const WideView entry : blackList) {
-    if (EqualIgnoringAsciiCase(dotted, entry))
-      XDT_RAISE("extension in the black list, do not operate with it");
-  }
+  if (std::ranges::count(blackList, AsciiLower(dotted)) != 0)
+    XDT_RAISE("extension in the black list, do not operate with it");
 }
 
 bool KeyExists(HKEY hive, const WideString& path) {

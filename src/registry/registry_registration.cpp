@@ -21,10 +21,8 @@ void DropUnusable(std::vector<WideString>& names) {
 }
 
 // Names of keys are the same in either letter case.
-bool IsClassOfAnotherKind(WideString name) {
-  for (WCHAR& c : name) {
-    if (c >= TEXT('A') && c <= TEXT('Z')) c = static_cast<WCHAR>(c + 32);
-  }
+bool IsClassOfAnotherKind(const WideString& scheme) {
+  const WideString name = AsciiLower(scheme);
   return name.starts_with(TEXT('.')) || name.ends_with(autoFileSuffix) ||
          name.starts_with(TEXT("tsrn.url.")) || name == TEXT("applications");
 }

@@ -6,6 +6,7 @@
 
 #include <shlwapi.h>
 
+#include "common/windows_version.h"
 #include "support/hive.h"
 #include "support/module_fixture.h"
 #include "support/raised.h"
@@ -38,17 +39,24 @@ class Registration : public ModuleTest {
 
 TEST_F(Registration, WritesTheWholeHive) {
   EXPECT_TRUE(Register());
+  const std::string claim = IsWindowsVersionOrLater(6, 1) ? R"(
+[Software\Classes\.pgn\OpenWithList]
+[Software\Classes\.pgn\OpenWithList\Chess (Mac).exe]
+@="Chess (Mac).exe"
+[Software\Classes\.pgn\OpenWithProgids]
+"pgn_auto_file"=REG_NONE, 0 bytes)"
+                                                          : R"(
+@="pgn_auto_file"
+[Software\Classes\.pgn\OpenWithList]
+[Software\Classes\.pgn\OpenWithList\Chess (Mac).exe]
+@="Chess (Mac).exe")";
   EXPECT_EQ(hive::Text(), R"hive([Software\Classes]
 [Software\Classes\.fen]
 [Software\Classes\.fen\OpenWithList]
 [Software\Classes\.fen\OpenWithList\Chess (Mac).exe]
 @="Chess (Mac).exe"
-[Software\Classes\.pgn]
-[Software\Classes\.pgn\OpenWithList]
-[Software\Classes\.pgn\OpenWithList\Chess (Mac).exe]
-@="Chess (Mac).exe"
-[Software\Classes\.pgn\OpenWithProgids]
-"pgn_auto_file"=REG_NONE, 0 bytes
+[Software\Classes\.pgn])hive" +
+                              claim + R"hive(
 [Software\Classes\Applications]
 [Software\Classes\Applications\Chess (Mac).exe]
 @=""
