@@ -4,6 +4,7 @@
 
 #include <shlwapi.h>
 
+#include <future>
 #include <thread>
 
 #include "frame/worker_guest.h"
@@ -162,6 +163,29 @@ TEST_F(EventLoop, WhatTheHostAnswersToTheAnnouncementIsIgnored) {
     EXPECT_TRUE(StopWorker());
     EXPECT_EQ(gate().Facts().sends - sends, 2u);  // the announcement that failed, and the list
   }
+}
+
+TEST_F(EventLoop, OnlyTheStopMessageEndsTheLoop) {
+  std::promise<DWORD> started;
+  std::thread loop([&] {
+    MSG message;
+    PeekMessageW(&message, nullptr, stopMessage, stopMessage, PM_NOREMOVE);
+    started.set_value(GetCurrentThreadId());
+    ToolWorker worker;
+    worker.gate = OpenTg();
+    RunEventLoop(worker);
+  });
+  const DWORD thread = started.get_future().get();
+  Await(CmdSharingState);
+  AwaitIdle();
+  for (const UINT message : {0u, stopMessage - 1, stopMessage + 1}) {
+    EXPECT_TRUE(PostThreadMessageW(thread, message, 0, 0));
+    Run(on);
+  }
+  EXPECT_EQ(TakeAsked(), (std::vector{CmdSharingState, CmdGetAppList, CmdGetAppList, CmdGetAppList}));
+  EXPECT_TRUE(PostThreadMessageW(thread, stopMessage, 0, 0));
+  loop.join();
+  EXPECT_EQ(gate().Facts().cancelled, 1u);
 }
 
 // Errors that the protocol does not know end the loop; the worker stays published until it is stopped.

@@ -57,6 +57,15 @@ TEST(BitBoxComposer, WritesItemsAndGrowsByTheItemAndTwiceWhatItHad) {
                               4, 0, 0, 0, 3, 0, 0, 0, 1, 0, 0, 0, 0}));
 }
 
+TEST(BitBoxComposer, AnItemLargerThanItsSizeCanSayIsRefusedBeforeItsValueIsRead) {
+  xdt::bit_box::composer composer;
+  composer.append_string("*");
+  for (const std::uint32_t size : {0xFFFFFFF4u, 0xFFFFFFFFu}) {
+    EXPECT_EQ(Raised([&] { composer.append(2, "", size); }), "bit_box: BAD_REALLOC") << size;
+  }
+  EXPECT_EQ(composer.size(), 14u);
+}
+
 TEST(BitBox, AnItemMustLieInsideItsBox) {
   const std::string exceeds = "bit_box: item exceeds its bit_box";
   for (const Box& box : {Box({1}), Box({0, 0, 0, 0, 3, 0, 0, 0, 0, 0, 0}),  // less than a header

@@ -67,6 +67,8 @@ TEST(ExcTag, ACopyReadsTheSameFromTextOfItsOwn) {
   xdt::exc_tag assigned("g", 2, "other", 3);
   EXPECT_STREQ(assigned.what(), "g:2: other");
   assigned = *original;
+  const xdt::exc_tag& itself = assigned;
+  assigned = itself;
   original.reset();
   EXPECT_EQ(copy.what(), text);
   EXPECT_EQ(assigned.what(), text);
