@@ -11,10 +11,8 @@ namespace torture {
 
 class Dice {
  public:
-  Dice(std::uint32_t seed, std::size_t trial) {
-    std::seed_seq both{seed, static_cast<std::uint32_t>(trial)};
-    random_.seed(both);
-  }
+  Dice(std::uint32_t seed, std::size_t trial)
+      : both_{seed, static_cast<std::uint32_t>(trial)}, random_(both_) {}
   std::size_t Below(std::size_t limit) { return random_() % limit; }
   bool Chance(std::size_t percent) { return Below(100) < percent; }
   template <class List>
@@ -35,6 +33,7 @@ class Dice {
   }
 
  private:
+  std::seed_seq both_;
   std::mt19937 random_;
 };
 

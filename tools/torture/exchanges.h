@@ -25,7 +25,7 @@ class Exchanges {
 
  private:
   Taken Ask(Kind kind, const Misdeed& misdeed);
-  void AskForIcons(Taken& taken);
+  static void AskForIcons(Taken& taken);
   std::string Check(Kind kind, const Misdeed& misdeed);
 
   std::filesystem::path launcher_;

@@ -56,8 +56,9 @@ std::size_t MutateItems(std::uint8_t* data, std::size_t size, std::size_t maxSiz
 
   std::vector<torture::Item> views;
   torture::SplitItems(std::as_bytes(std::span(data, size)).subspan(prefix), views);
-  std::vector<Bytes> items;
-  for (const torture::Item& view : views) items.push_back(WithHeader(view.type, view.value));
+  std::vector<Bytes> items(views.size());
+  std::ranges::transform(views, items.begin(),
+                         [](const torture::Item& view) { return WithHeader(view.type, view.value); });
   const std::size_t at = items.empty() ? 0 : below(items.size());
   const auto place = items.begin() + static_cast<std::ptrdiff_t>(at);
   const auto types = static_cast<std::uint32_t>(below(8));

@@ -54,7 +54,7 @@ std::size_t SecondOfHour() {
   const std::time_t now = std::time(nullptr);
   std::tm local{};
   localtime_r(&now, &local);
-  return static_cast<std::size_t>(local.tm_min * 60 + local.tm_sec);
+  return static_cast<std::size_t>(local.tm_min) * 60 + static_cast<std::size_t>(local.tm_sec);
 }
 
 // The message tells who wrote it and how it goes on.

@@ -262,7 +262,7 @@ void Stage::Share(const host::Catalogue& catalogue, const std::vector<Extra>& ex
       if (extra.bundleId != question.argument) continue;
       host::Application app = catalogue.applications().front();
       app.bundleId = extra.bundleId;
-      app.documentTypes.push_back("odd");
+      app.documentTypes.emplace_back("odd");
       app.defaultTypes = {"odd"};
       app.urlSchemes = {"odd"};
       ofExtra.Add(std::move(app));

@@ -2,6 +2,7 @@
 // layer's gate.
 #include "torture/rig.h"
 
+#include <dlfcn.h>
 #include <platform/control.h>
 
 #include <fstream>
@@ -69,6 +70,8 @@ Rig::Rig(const fs::path& driveC) {
   gate_ = host::CreateGate();
   gate_->Serve([this](std::span<const std::byte> envelope) { return Answer(envelope); });
   module_ = host::LoadModule(host::DefaultModule());
+  // What the module keeps until the process ends, the log's file, is to have its owner until then.
+  if (!dlopen(host::DefaultModule().c_str(), RTLD_NOW | RTLD_NODELETE)) throw std::runtime_error(dlerror());
 }
 
 Rig::~Rig() {

@@ -40,7 +40,7 @@ class Room {
   void Rest() {
     if (!rig.gate().WaitIdle(limit)) throw std::runtime_error("the guest does not come to rest");
   }
-  void Announced(std::uint64_t before) {
+  void Announced(std::uint64_t before) const {
     const auto end = std::chrono::steady_clock::now() + limit;
     while (asked(100) == before) {
       if (std::chrono::steady_clock::now() > end)
