@@ -113,11 +113,13 @@ void WriteIconGroup(HANDLE update, const HostBitmapList& bitmaps, WORD identifie
   WORD next = identifier;
   for (const HostBitmap& bitmap : bitmaps) {
     ++next;
+    std::vector<std::byte> image;
     try {
-      entries.push_back(EntryOf(WriteIcon(update, bitmap, next), next));
+      image = WriteIcon(update, bitmap, next);
     } catch (const std::exception&) {
-      // Left out; its identifier stays unused.
+      continue;  // left out; its identifier stays unused
     }
+    entries.push_back(EntryOf(image, next));
   }
   if (entries.empty()) XDT_RAISE("icon group list is empty");
   const IconGroupHeader header{0, 1, static_cast<std::uint16_t>(entries.size())};

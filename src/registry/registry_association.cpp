@@ -75,15 +75,19 @@ bool RegisterAutoFileProgId(HKEY hive, const WideString& extension, const WideSt
 }
 
 void AddOpenWithProgId(const WideString& extension) {
-  // Software\Classes\.{ext}\OpenWithProgids
-  const WideString path = ExtensionKey(extension) + TEXT("\\OpenWithProgids\\");
-  HKEY created = nullptr;
-  if (RegCreateKeyExW(HKEY_CURRENT_USER, path.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_WRITE,
-                      nullptr, &created, nullptr) != ERROR_SUCCESS) {
-    return;
+  try {
+    // Software\Classes\.{ext}\OpenWithProgids
+    const WideString path = ExtensionKey(extension) + TEXT("\\OpenWithProgids\\");
+    HKEY created = nullptr;
+    if (RegCreateKeyExW(HKEY_CURRENT_USER, path.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_WRITE,
+                        nullptr, &created, nullptr) != ERROR_SUCCESS) {
+      return;
+    }
+    const Key key(created);
+    RegSetValueExW(key.get(), AutoFileProgId(extension).c_str(), 0, REG_NONE, nullptr, 0);
+  } catch (const std::exception&) {
+    // Out of memory: the shell finds the type by the offer alone.
   }
-  const Key key(created);
-  RegSetValueExW(key.get(), AutoFileProgId(extension).c_str(), 0, REG_NONE, nullptr, 0);
 }
 
 bool IsUnassociated(const WideString& extension) {

@@ -41,11 +41,13 @@ void SweepUrlProtocols(WideView suffix) {
   Names found;
   ForEachSubkey(classes, [&](const WideString& name) {
     if (!HasStringValue(classes.get(), name, urlProtocolValue)) return;
+    WideString description;
     try {
-      if (GetStringValue(classes.get(), name, defaultValue).ends_with(suffix)) found.push_back(name);
+      description = GetStringValue(classes.get(), name, defaultValue);
     } catch (const std::exception&) {
-      // Not described as text: not ours.
+      return;  // not described as text: not ours
     }
+    if (description.ends_with(suffix)) found.push_back(name);
   });
   for (const WideString& name : found) RegDeleteKeyW(classes.get(), name.c_str());
 }
@@ -75,13 +77,14 @@ void SweepAutoFileProgIds(const WideString& launcherFolder, Names& autoFileProgI
   const Key classes = OpenInUserHive(TEXT("Software\\Classes\\"));
   ForEachSubkey(classes, [&](const WideString& name) {
     if (name.size() <= autoFileSuffix.size() || !name.ends_with(autoFileSuffix)) return;
+    WideString command;
     try {
-      const WideString command = GetStringValue(classes.get(), name + commandSubkey, defaultValue);
-      if (command.size() > launcherFolder.size() && WideView(command).substr(1).starts_with(launcherFolder)) {
-        autoFileProgIds.push_back(name);
-      }
+      command = GetStringValue(classes.get(), name + commandSubkey, defaultValue);
     } catch (const std::exception&) {
-      // No command that could be ours.
+      return;  // no command that could be ours
+    }
+    if (command.size() > launcherFolder.size() && WideView(command).substr(1).starts_with(launcherFolder)) {
+      autoFileProgIds.push_back(name);
     }
   });
   for (const WideString& name : autoFileProgIds) SHDeleteKeyW(classes.get(), name.c_str());
