@@ -50,7 +50,7 @@ class GuestProcess {
     startup.cb = sizeof startup;
     if (!CreateProcessW(program.data(), commandLine.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
                         &startup, &process_)) {
-      Fail("a guest process cannot be started");
+      Fail("a guest process cannot be started: error " + std::to_string(GetLastError()));
     }
   }
   ~GuestProcess() {
