@@ -46,7 +46,7 @@ void FailEachCall(Story& story, const Scene& scene, const Options& options, std:
       report.Trial(scene.name + ", call " + std::to_string(n) + " (" + calls[n - 1] + ") fails" +
                    (repeat ? " from then on" : ""));
       std::size_t failed = 0;
-      std::string call = "none, since the story was shorter";
+      std::string call;
       Try(
           story, scene, !repeat, report, [&] { platform::ArmFaultPlan(plan); },
           [&] {
@@ -56,9 +56,10 @@ void FailEachCall(Story& story, const Scene& scene, const Options& options, std:
             return failed == 0 ? "nothing" : call;
           });
       report.Count("calls failed", failed);
-      report.Count(failed == 0 ? "stories whose call cannot fail: " + call
-                   : repeat    ? "stories with a call that failed from then on"
-                               : "stories with a call that failed once");
+      report.Count(call.empty()  ? "stories that ended before the call"
+                   : failed == 0 ? "stories whose call cannot fail: " + call
+                   : repeat      ? "stories with a call that failed from then on"
+                                 : "stories with a call that failed once");
     }
   }
 }
