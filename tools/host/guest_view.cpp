@@ -3,8 +3,10 @@
 
 #include <shlobj.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <span>
 #include <stdexcept>
 
 #include "host/wire.h"
@@ -75,8 +77,26 @@ std::vector<int> IconSizes(std::span<const std::byte> group) {
   return sizes;
 }
 
+// Every section of the executable lies inside the file. A process that ends while it writes a launcher leaves
+// the file's beginning, whose resources the platform would find behind the end.
+bool IsWhole(std::span<const std::byte> image) {
+  constexpr std::size_t headerAt = 0x3C, fileHeader = 24, sectionHeader = 40;
+  if (image.size() < headerAt + 4) return false;
+  const std::size_t header = GetU32(image, headerAt);
+  if (header >= image.size() || image.size() - header < fileHeader) return false;
+  std::size_t section = header + fileHeader + GetU16(image, header + 20);
+  for (int left = GetU16(image, header + 6); left > 0; --left, section += sectionHeader) {
+    if (section + sectionHeader > image.size()) return false;
+    const std::uint64_t size = GetU32(image, section + 16), at = GetU32(image, section + 20);
+    if (at + size > image.size()) return false;
+  }
+  return true;
+}
+
 Launcher ReadLauncher(const std::string& path) {
   constexpr WORD rcData = 10, version = 16, iconGroup = 14;
+  const std::optional<std::string> bytes = ReadGuestFile(path);
+  if (!bytes || !IsWhole(std::as_bytes(std::span(*bytes)))) return {};
   const DataFile module(LoadLibraryExW(Widen(path).c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE));
   if (!module) return {};
   return {WideTextAt(Resource(module.get(), rcData, 260, 0), 0),
