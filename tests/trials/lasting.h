@@ -1,0 +1,21 @@
+// What a fault leaves behind that no further "on" mends, because the pass ignores the failed call's result or
+// has no record of what it has lost. All of it goes with the next "off".
+#pragma once
+
+#include <string>
+
+#include "trials/scenes.h"
+
+namespace torture {
+
+// The kind of a difference from the guest without faults; null for one that must not be. `cause` is the call
+// that failed, or what else happened.
+const char* LastingKind(const Scene& scene, const std::string& cause, const std::string& difference);
+
+// An entry of an application that is gone, which no "off" finds any more.
+bool IsLeftForGood(const std::string& difference);
+
+// Entries that stay for good, as the design says: below the extensions' keys.
+bool IsResidue(const std::string& difference);
+
+}  // namespace torture
