@@ -25,7 +25,7 @@ Bytes BytesOf(std::initializer_list<int> values) {
 
 // An item that claims `claimed` bytes and has those of `value`.
 Bytes Claiming(std::uint32_t type, std::uint32_t claimed, const Bytes& value) {
-  Bytes item = Items().Raw(type, value).Take();
+  Bytes item = Items().Add(type, value).bytes();
   for (int i = 0; i < 4; ++i)
     item[static_cast<std::size_t>(8 + i)] = static_cast<std::byte>(claimed >> (8 * i));
   return item;
@@ -162,13 +162,13 @@ TEST_F(HostRecords, EveryQuestionNeedsDataAndSuccessAndAReplyInItsRoom) {
   }
   claim(iconsRoom + 1);
   EXPECT_EQ(Icons(), "mainfo: reply exceeds its buffer");
-  AnswerWith({Items().Text(text, "id").Text(text, std::string(recordsRoom - 12 - 3 - 12 - 1, 'n')).Take()});
+  AnswerWith({Items().Text(text, "id").Text(text, std::string(recordsRoom - 12 - 3 - 12 - 1, 'n')).bytes()});
   EXPECT_EQ(List(), "");
   ASSERT_EQ(apps.size(), 1u);
   EXPECT_EQ(apps[0].name, WideString(recordsRoom - 28, TEXT('n')));
-  AnswerWith({Items().Raw(7, Bytes(recordsRoom - 12)).Take()});
+  AnswerWith({Items().Add(7, Bytes(recordsRoom - 12)).bytes()});
   EXPECT_EQ(Details(), "");
-  AnswerWith({Items().Raw(WMA_Command::bbt_bitmap, Bytes(iconsRoom - 12)).Take()});
+  AnswerWith({Items().Add(WMA_Command::bbt_bitmap, Bytes(iconsRoom - 12)).bytes()});
   EXPECT_EQ(Icons(), noIcons);
 }
 
@@ -176,8 +176,8 @@ TEST_F(HostRecords, AListIsReadInPairsUntilItBreaks) {
   const std::string expected = "mainfo: type WMA_Command::bbt_utf8string expected";
   const std::string exceeds = "bit_box: item exceeds its bit_box";
   const std::string unterminated = "bit_box: string is not terminated";
-  const Bytes pair = Items().Text(text, "id").Text(text, "name").Take();
-  const Bytes one = Items().Text(text, "x").Take(), raw = Items().Raw(text, BytesOf({'x'})).Take();
+  const Bytes pair = Items().Text(text, "id").Text(text, "name").bytes();
+  const Bytes one = Items().Text(text, "x").bytes(), raw = Items().Add(text, BytesOf({'x'})).bytes();
   struct Case {
     const char* what;
     Bytes data;
@@ -188,12 +188,12 @@ TEST_F(HostRecords, AListIsReadInPairsUntilItBreaks) {
       {"empty", {}, 0, ""},
       {"pairs", pair + pair, 2, ""},
       {"odd count", pair + one, 1, "mainfo: list format error"},
-      {"wrong first type", pair + Items().Raw(4, Bytes(4)).Text(text, "n").Take(), 1, expected},
-      {"wrong second type", pair + one + Items().Raw(4, Bytes(4)).Take(), 1, expected},
-      {"wrong type, not terminated", Items().Raw(5, BytesOf({'x'})).Take(), 0, expected},
+      {"wrong first type", pair + Items().Add(4, Bytes(4)).Text(text, "n").bytes(), 1, expected},
+      {"wrong second type", pair + one + Items().Add(4, Bytes(4)).bytes(), 1, expected},
+      {"wrong type, not terminated", Items().Add(5, BytesOf({'x'})).bytes(), 0, expected},
       {"first not terminated", pair + raw + one, 1, unterminated},
       {"second not terminated", pair + one + raw, 1, unterminated},
-      {"empty value", pair + Items().Raw(text, {}).Take(), 1, unterminated},
+      {"empty value", pair + Items().Add(text, {}).bytes(), 1, unterminated},
       {"first past the end", pair + Claiming(text, 3, BytesOf({'x', 0})), 1, exceeds},
       {"second past the end", pair + one + Claiming(text, 0xFFFFFFF4, BytesOf({0})), 1, exceeds},
       {"cut header", pair + BytesOf({0, 0, 0, 0, 3, 0, 0, 0, 1, 0, 0}), 1, exceeds},
@@ -220,7 +220,7 @@ TEST_F(HostRecords, AListIsReadInPairsUntilItBreaks) {
 
 TEST_F(HostRecords, TextsAreUtf8UpToTheirNul) {
   const std::string name = "\xE6\xBC\xA2 \xF0\x9F\x98\x80 a\xFFz";
-  AnswerWith({Items().Text(text, "id").Text(text, name + '\0' + 'b').Take()});
+  AnswerWith({Items().Text(text, "id").Text(text, name + '\0' + 'b').bytes()});
   EXPECT_EQ(List(), "");
   ASSERT_EQ(apps.size(), 1u);
   EXPECT_EQ(apps[0].name, TEXT("\u6F22 \U0001F600 a\uFFFDz"));
@@ -231,27 +231,27 @@ TEST_F(HostRecords, DetailsAreSortedByTypeInAnyOrderUntilTheyBreak) {
   const Bytes flag = BytesOf({0, 1, 0, 0}), clear = Bytes(4);
   AnswerWith({Items()
                   .Text(6, "mailto")
-                  .Raw(1, {})
+                  .Add(1, {})
                   .Text(5, "txt")
-                  .Raw(4, clear)
+                  .Add(4, clear)
                   .Text(3, "rtf")
-                  .Raw(2, BytesOf({'x'}))
+                  .Add(2, BytesOf({'x'}))
                   .Text(3, "doc")
-                  .Raw(4, flag)
-                  .Raw(7, BytesOf({'x'}))
+                  .Add(4, flag)
+                  .Add(7, BytesOf({'x'}))
                   .Text(6, "ftp")
                   .Text(5, "")
                   .Text(3, "rtf")
-                  .Take()});
+                  .bytes()});
   EXPECT_EQ(Details(), "");
   EXPECT_EQ(details.documentTypes, (Strings{TEXT("rtf"), TEXT("doc"), TEXT("rtf")}));
   EXPECT_EQ(details.defaultTypes, (Strings{TEXT("txt"), TEXT("")}));
   EXPECT_EQ(details.urlSchemes, (Strings{TEXT("mailto"), TEXT("ftp")}));
   EXPECT_TRUE(details.anyType);
-  AnswerWith({Items().Raw(4, flag).Raw(4, clear).Take()});
+  AnswerWith({Items().Add(4, flag).Add(4, clear).bytes()});
   EXPECT_EQ(Details(), "");
   EXPECT_FALSE(details.anyType);
-  AnswerWith({Items().Raw(4, BytesOf({1, 0, 0, 0, 0})).Take()});
+  AnswerWith({Items().Add(4, BytesOf({1, 0, 0, 0, 0})).bytes()});
   EXPECT_EQ(Details(), "");
   EXPECT_TRUE(details.anyType);
 
@@ -260,15 +260,15 @@ TEST_F(HostRecords, DetailsAreSortedByTypeInAnyOrderUntilTheyBreak) {
     Bytes data;
     std::string raised;
   };
-  const Bytes good = Items().Text(3, "doc").Take();
+  const Bytes good = Items().Text(3, "doc").bytes();
   const std::string unterminated = "bit_box: string is not terminated";
   const std::string exceeds = "bit_box: item exceeds its bit_box";
   const Case cases[] = {
-      {"short flag", good + Items().Raw(4, BytesOf({1, 0, 0})).Take(), exceeds},
-      {"empty flag", good + Items().Raw(4, {}).Take(), exceeds},
-      {"type 3 not terminated", good + Items().Raw(3, BytesOf({'x'})).Take(), unterminated},
-      {"type 5 not terminated", good + Items().Raw(5, BytesOf({'x'})).Take(), unterminated},
-      {"type 6 not terminated", good + Items().Raw(6, {}).Take(), unterminated},
+      {"short flag", good + Items().Add(4, BytesOf({1, 0, 0})).bytes(), exceeds},
+      {"empty flag", good + Items().Add(4, {}).bytes(), exceeds},
+      {"type 3 not terminated", good + Items().Add(3, BytesOf({'x'})).bytes(), unterminated},
+      {"type 5 not terminated", good + Items().Add(5, BytesOf({'x'})).bytes(), unterminated},
+      {"type 6 not terminated", good + Items().Add(6, {}).bytes(), unterminated},
       {"unknown type past the end", good + Claiming(7, 2, BytesOf({'x'})), exceeds},
   };
   for (const Case& c : cases) {
@@ -282,14 +282,14 @@ TEST_F(HostRecords, DetailsAreSortedByTypeInAnyOrderUntilTheyBreak) {
 }
 
 TEST_F(HostRecords, IconsAreBitmapsOnly) {
-  const Bytes bitmap = Items().Raw(2, TestBitmap(1, 1)).Take();
+  const Bytes bitmap = Items().Add(2, TestBitmap(1, 1)).bytes();
   const std::string expected = "mainfo: type WMA_Command::bbt_bitmap expected";
   const std::string exceeds = "bit_box: item exceeds its bit_box";
   const std::pair<Bytes, std::string> cases[] = {
       {{}, noIcons},
-      {Items().Raw(2, {}).Raw(2, Bytes(53)).Take(), noIcons},
-      {bitmap + Items().Raw(3, Bytes(1)).Take(), expected},
-      {Items().Raw(0, Bytes(1)).Take() + bitmap, expected},
+      {Items().Add(2, {}).Add(2, Bytes(53)).bytes(), noIcons},
+      {bitmap + Items().Add(3, Bytes(1)).bytes(), expected},
+      {Items().Add(0, Bytes(1)).bytes() + bitmap, expected},
       {bitmap + Claiming(2, 5, Bytes(4)), exceeds},
   };
   for (const auto& [data, raised] : cases) {

@@ -10,8 +10,8 @@ using fuzz::Check;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const auto bytes = std::as_bytes(std::span(data, size));
-  std::vector<torture::Item> items;
-  const bool whole = torture::SplitItems(bytes, items);
+  std::vector<trials::Item> items;
+  const bool whole = trials::SplitItems(bytes, items);
 
   xdt::bit_box::composer composer;
   auto expected = items.begin();
@@ -19,7 +19,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const xdt::bit_box box(bytes.data(), static_cast<std::uint32_t>(size));
     for (auto item = box.begin(); !item.at_end(); ++item) {
       Check(expected != items.end(), "an item too many");
-      const torture::Item& wanted = *expected++;
+      const trials::Item& wanted = *expected++;
       Check(item.type() == wanted.type && item.value() == wanted.value.data() &&
                 item.size() == wanted.value.size(),
             "not the item that lies there");
@@ -39,9 +39,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   }
   Check(expected == items.end(), "items left out");
 
-  std::vector<torture::Item> again;
+  std::vector<trials::Item> again;
   Check(composer.size() <= composer.capacity() &&
-            torture::SplitItems({composer.data(), composer.size()}, again) && again.size() == items.size(),
+            trials::SplitItems({composer.data(), composer.size()}, again) && again.size() == items.size(),
         "composed otherwise than read");
   for (std::size_t i = 0; i < again.size(); ++i) {
     Check(again[i].type == items[i].type && std::ranges::equal(again[i].value, items[i].value),

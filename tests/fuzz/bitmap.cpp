@@ -11,7 +11,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const host::Bytes bitmap(bytes.begin(), bytes.end());
   const bool buildMask = data[0] % 2 != 0;
   host::Bytes expected;
-  const std::string refusal = torture::ExpectIcon(bitmap, buildMask, expected);
+  const std::string refusal = trials::ExpectIcon(bitmap, buildMask, expected);
   try {
     const auto icon = BitmapToIcon(bitmap, buildMask);
     fuzz::Check(refusal.empty(), "taken in spite of: " + refusal);

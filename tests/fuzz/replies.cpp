@@ -7,16 +7,16 @@
 
 namespace {
 
-constexpr torture::Kind kind = torture::Kind::KIND;
+constexpr trials::Kind kind = trials::Kind::KIND;
 constexpr std::size_t envelopeStart = 1, itemsStart = 21;
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  static auto& exchanges = *new torture::Exchanges(fuzz::GuestFolder());
+  static auto& exchanges = *new trials::Exchanges(fuzz::GuestFolder());
   if (size == 0) return 0;
   const auto reply = std::as_bytes(std::span(data, size)).subspan(envelopeStart);
-  torture::Misdeed misdeed{.bytes = {reply.begin(), reply.end()}};
+  trials::Misdeed misdeed{.bytes = {reply.begin(), reply.end()}};
   if (data[0] == 1) misdeed.returned = 0;
   if (data[0] == 2) misdeed.systemError = 21;
   const std::string wrong = exchanges.Try(kind, misdeed);

@@ -57,8 +57,8 @@ std::vector<int> BytesFrom(const host::Bytes& bytes, std::size_t start) {
 
 TEST_F(CatalogueTest, IconsBecomeBottomUpBitmapsInTheGuestsPixelOrder) {
   const host::Icon icon = host::ReadIcon(folder_, "a.png");
-  const std::vector<int> header = {40, 0, 0, 0, 1, 0, 0, 0, 2, 0, 0, 0, 1, 0, 32, 0, 0, 0, 0, 0,
-                                   8,  0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0,  0, 0, 0, 0, 0};
+  const std::vector<int> header = {40, 0, 0, 0, 1,  0,  0, 0, 2,  0,  0, 0, 1, 0, 32, 0, 0, 0, 0, 0,
+                                   8,  0, 0, 0, 19, 11, 0, 0, 19, 11, 0, 0, 0, 0, 0,  0, 0, 0, 0, 0};
   std::vector<int> expected = header;
   expected.insert(expected.end(), {3, 2, 1, 128, 0, 0, 255, 255});
   EXPECT_EQ(BytesFrom(icon.bmp, 14), expected);

@@ -151,7 +151,7 @@ TEST_F(LauncherCreation, ALauncherThatCannotBeLoadedIsOverwritten) {
 }
 
 TEST_F(LauncherCreation, AnEmptyIdentifierMakesNoValidLauncher) {
-  ReplyWith(getIcons, Items().Raw(2, TestBitmap(16, 16)).Take());
+  ReplyWith(getIcons, Items().Add(2, TestBitmap(16, 16)).bytes());
   const MacAppInfo app{TEXT(""), TEXT("Chess")};
   EXPECT_TRUE(CreateLauncher(folder(), app, true));
   EXPECT_EQ(ResourceData(Launcher("Chess"), rcData, 260, 0), std::string(2, '\0'));
@@ -167,8 +167,9 @@ TEST_F(LauncherCreation, AFailureInsideTheUpdateTakesTheLauncherAway) {
     const char* raised;
   } cases[] = {
       {"no icons", {}, "mainfo: resop: icon group list is empty"},
-      {"refused icons", Items().Raw(2, refused).Raw(2, {}).Take(), "mainfo: resop: icon group list is empty"},
-      {"a text", Items().Text(3, "x").Take(), "mainfo: mainfo: type WMA_Command::bbt_bitmap expected"},
+      {"refused icons", Items().Add(2, refused).Add(2, {}).bytes(),
+       "mainfo: resop: icon group list is empty"},
+      {"a text", Items().Text(3, "x").bytes(), "mainfo: mainfo: type WMA_Command::bbt_bitmap expected"},
       {"an item past the end", {std::byte{0}}, "mainfo: bit_box: item exceeds its bit_box"},
   };
   for (const auto& c : cases) {

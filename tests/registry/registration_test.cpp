@@ -33,7 +33,7 @@ class Registration : public ModuleTest {
     Share({chess});
   }
 
-  void Describe(Items details) { ReplyWith(getDetails, details.Take()); }
+  void Describe(Items details) { ReplyWith(getDetails, details.bytes()); }
   bool Register() { return RegisterHostApplication(folder(), Info("Chess"), true); }
 };
 
@@ -142,7 +142,7 @@ TEST_F(Registration, WithoutTypesItIsNotOfferedAnywhere) {
 
 TEST_F(Registration, AnyTypeListsNoneButOffersAll) {
   EXPECT_TRUE(Register());
-  Describe(Items().Text(documentType, "fen").Raw(flag, {std::byte{1}, {}, {}, {}}).Text(documentType, "Msi"));
+  Describe(Items().Text(documentType, "fen").Number(flag, 1).Text(documentType, "Msi"));
   EXPECT_FALSE(Register());
   EXPECT_FALSE(hive::Has(appKey + "\\SupportedTypes"));
   EXPECT_TRUE(hive::Has(classes + ".fen\\OpenWithList\\Chess (Mac).exe"));
@@ -272,7 +272,7 @@ TEST_F(Registration, WhatTheHostRefusesIsNotRegistered) {
             "mainfo: mainfo: command failed");
   Register();
   const std::string before = hive::Text();
-  Describe(Items().Raw(documentType, {std::byte{'x'}}));
+  Describe(Items().Add(documentType, std::as_bytes(std::span("x", 1))));
   EXPECT_EQ(Raised([&] { Register(); }), "bit_box: string is not terminated");
   EXPECT_EQ(hive::Text(), before);
 }

@@ -24,12 +24,7 @@ host::Reply Answer(Script& script, std::span<const std::byte> envelope) {
   const std::uint32_t code = host::GetU32(envelope, 0);
   const auto fixed = script.fixed.find(code);
   if (fixed == script.fixed.end()) return host::AnswerCommand(script.catalogue, envelope);
-  host::Bytes bytes;
-  for (const std::uint32_t field : {code, 3u, 0u, 0u, static_cast<std::uint32_t>(fixed->second.size())}) {
-    host::PutU32(bytes, field);
-  }
-  bytes.insert(bytes.end(), fixed->second.begin(), fixed->second.end());
-  return {.bytes = std::move(bytes)};
+  return {.bytes = host::Envelope(code, fixed->second)};
 }
 
 }  // namespace
@@ -61,27 +56,10 @@ void GateTest::ReplyWith(std::uint32_t code, std::vector<std::byte> data) {
   theScript->fixed[code] = std::move(data);
 }
 
-Items& Items::Text(std::uint32_t type, const std::string& text) {
-  const auto* first = reinterpret_cast<const std::byte*>(text.c_str());
-  return Raw(type, {first, first + text.size() + 1});
-}
-
-Items& Items::Raw(std::uint32_t type, const std::vector<std::byte>& value) {
-  host::PutU32(bytes_, next_++);
-  host::PutU32(bytes_, type);
-  host::PutU32(bytes_, static_cast<std::uint32_t>(value.size()));
-  bytes_.insert(bytes_.end(), value.begin(), value.end());
-  return *this;
-}
-
 std::vector<std::byte> TestBitmap(int width, int height) {
   const auto w = static_cast<std::uint32_t>(width), h = static_cast<std::uint32_t>(height);
-  host::Bytes bmp;
-  host::PutU16(bmp, 0x4D42);
-  for (const std::uint32_t field : {54 + 4 * w * h, 0u, 54u, 40u, w, h}) host::PutU32(bmp, field);
-  host::PutU16(bmp, 1);
-  host::PutU16(bmp, 32);
-  for (const std::uint32_t field : {0u, 4 * w * h, 2835u, 2835u, 0u, 0u}) host::PutU32(bmp, field);
+  host::Bytes bmp = host::BlankBitmap(w, h);
+  bmp.resize(bmp.size() - std::size_t{4} * w * h);
   for (std::uint32_t pixel = 0; pixel < w * h; ++pixel) host::PutU32(bmp, pixel * 2654435761u);
   return bmp;
 }

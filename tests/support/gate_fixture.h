@@ -24,17 +24,7 @@ class GateTest : public GuestTest {
   std::unique_ptr<host::Gate> gate_;
 };
 
-// Items of a reply's data, one after the other; their indexes count up.
-class Items {
- public:
-  Items& Text(std::uint32_t type, const std::string& text);  // with its NUL
-  Items& Raw(std::uint32_t type, const std::vector<std::byte>& value);
-  std::vector<std::byte> Take() { return std::move(bytes_); }
-
- private:
-  std::vector<std::byte> bytes_;
-  std::uint32_t next_ = 0;
-};
+using host::Items;
 
 // A whole bottom-up 32-bit BMP image whose pixels depend on their place.
 std::vector<std::byte> TestBitmap(int width, int height);

@@ -85,7 +85,7 @@ TEST_F(SyncPass, AnApplicationThatFailsIsRemovedAndTheOthersGoOn) {
 
 TEST_F(SyncPass, ADoubleNameIsBuiltOnce) {
   ReplyWith(getList,
-            Items().Text(text, "test.Chess").Text(text, "Chess").Text(text, "b").Text(text, "Chess").Take());
+            Items().Text(text, "test.Chess").Text(text, "Chess").Text(text, "b").Text(text, "Chess").bytes());
   ReplyWith(getDetails, {});
   Share({TestApplication("Chess")});
   EXPECT_EQ(Sync(), "");
@@ -98,7 +98,7 @@ TEST_F(SyncPass, WithoutAListNothingChanges) {
   Share({Application("Chess", "pgn")});
   EXPECT_EQ(Sync(), "");
   const std::string files = Files(), registry = hive::Text();
-  ReplyWith(getList, Items().Text(text, "test.Go").Text(text, "Go").Text(text, "odd").Take());
+  ReplyWith(getList, Items().Text(text, "test.Go").Text(text, "Go").Text(text, "odd").bytes());
   EXPECT_EQ(Sync(), "mainfo: list format error");
   gate().FailNext({.request = host::sendCommand, .systemError = ERROR_GEN_FAILURE});
   EXPECT_EQ(Sync(), "mainfo: ioctl() returned no data");

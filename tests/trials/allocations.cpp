@@ -12,7 +12,7 @@
 #include <cstring>
 #include <new>
 
-namespace torture {
+namespace trials {
 namespace {
 
 struct Range {
@@ -78,14 +78,14 @@ static void* Allocate(std::size_t size, const void* caller) {
   return std::malloc(size == 0 ? 1 : size);
 }
 
-}  // namespace torture
+}  // namespace trials
 
 void* operator new(std::size_t size) {
-  if (void* memory = torture::Allocate(size, __builtin_return_address(0))) return memory;
+  if (void* memory = trials::Allocate(size, __builtin_return_address(0))) return memory;
   throw std::bad_alloc();
 }
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  return torture::Allocate(size, __builtin_return_address(0));
+  return trials::Allocate(size, __builtin_return_address(0));
 }
 void operator delete(void* memory) noexcept {
   std::free(memory);

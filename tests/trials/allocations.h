@@ -4,11 +4,11 @@
 
 #include <cstddef>
 
-namespace torture {
+namespace trials {
 
 // From now on the n-th allocation (from 1) that the module's own code asks for fails; 0: none does.
 void FailAllocation(std::size_t n);
 // Ends that. Returns how many there were; each that failed is one of them.
 std::size_t AllocationsSeen();
 
-}  // namespace torture
+}  // namespace trials

@@ -12,7 +12,7 @@
 #include <stdexcept>
 #include <vector>
 
-namespace torture {
+namespace trials {
 namespace {
 
 constexpr unsigned trialLimit = 60;  // seconds
@@ -120,4 +120,4 @@ Tally RunCrew(std::size_t jobs, const std::function<void(std::size_t, Report&)>&
   return tally;
 }
 
-}  // namespace torture
+}  // namespace trials

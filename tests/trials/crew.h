@@ -8,7 +8,7 @@
 #include <map>
 #include <string>
 
-namespace torture {
+namespace trials {
 
 // A child's end. Everything goes to the parent at once, so nothing is lost when the child dies.
 class Report {
@@ -36,4 +36,4 @@ struct Tally {
 // only.
 Tally RunCrew(std::size_t jobs, const std::function<void(std::size_t job, Report& report)>& work);
 
-}  // namespace torture
+}  // namespace trials

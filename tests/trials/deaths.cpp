@@ -10,7 +10,7 @@
 
 #include "trials/scenes.h"
 
-namespace torture {
+namespace trials {
 namespace {
 
 constexpr int died = 86;  // as the layer ends a process
@@ -63,4 +63,4 @@ Tally TryDeaths(const Options& options) {
   return InEachScene(options, DieAtEachCall);
 }
 
-}  // namespace torture
+}  // namespace trials

@@ -7,7 +7,7 @@
 #include <random>
 #include <string>
 
-namespace torture {
+namespace trials {
 
 class Dice {
  public:
@@ -37,4 +37,4 @@ class Dice {
   std::mt19937 random_;
 };
 
-}  // namespace torture
+}  // namespace trials

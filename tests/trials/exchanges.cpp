@@ -11,7 +11,7 @@
 #include "launcher/resop.h"
 #include "stub/stub.h"
 
-namespace torture {
+namespace trials {
 namespace {
 
 const MacAppInfo app{TEXT("test.app"), TEXT("App")};
@@ -144,4 +144,4 @@ std::string Exchanges::Try(Kind kind, const Misdeed& misdeed) {
   return wrong;
 }
 
-}  // namespace torture
+}  // namespace trials

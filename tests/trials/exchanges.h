@@ -9,7 +9,7 @@
 #include "host/gate.h"
 #include "trials/expectations.h"
 
-namespace torture {
+namespace trials {
 
 class Exchanges {
  public:
@@ -36,4 +36,4 @@ class Exchanges {
   std::string raised_;
 };
 
-}  // namespace torture
+}  // namespace trials

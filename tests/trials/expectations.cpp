@@ -6,7 +6,7 @@
 #include "host/replies.h"
 #include "host/text.h"
 
-namespace torture {
+namespace trials {
 namespace {
 
 constexpr std::size_t headerSize = 20, itemHeaderSize = 12;
@@ -155,4 +155,4 @@ Taken Expect(Kind kind, const Misdeed& misdeed, host::Bytes request) {
   return taken;
 }
 
-}  // namespace torture
+}  // namespace trials

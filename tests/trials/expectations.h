@@ -9,7 +9,7 @@
 
 #include "host/catalogue.h"
 
-namespace torture {
+namespace trials {
 
 enum class Kind : std::uint32_t { List = 102, Icons = 103, Details = 104 };
 
@@ -54,4 +54,4 @@ host::Bytes RealReply(Kind kind, const host::Catalogue& catalogue, const std::st
 // `request` is the whole envelope over which the reply is written.
 Taken Expect(Kind kind, const Misdeed& misdeed, host::Bytes request);
 
-}  // namespace torture
+}  // namespace trials

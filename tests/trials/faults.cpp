@@ -4,7 +4,7 @@
 #include "trials/allocations.h"
 #include "trials/scenes.h"
 
-namespace torture {
+namespace trials {
 namespace {
 
 // Plays the scene with a fault put in by `arm` and taken out by `disarm`, which says what failed.
@@ -96,4 +96,4 @@ Tally TryAllocations(const Options& options) {
   return InEachScene(options, FailEachAllocation);
 }
 
-}  // namespace torture
+}  // namespace trials

@@ -54,11 +54,11 @@ std::size_t MutateItems(std::uint8_t* data, std::size_t size, std::size_t maxSiz
   if (size < prefix || below(8) == 0) return LLVMFuzzerMutate(data, size, maxSize);
   if (prefix > 0 && below(8) == 0) LLVMFuzzerMutate(data, prefix, prefix);  // may shrink it: its end stays
 
-  std::vector<torture::Item> views;
-  torture::SplitItems(std::as_bytes(std::span(data, size)).subspan(prefix), views);
+  std::vector<trials::Item> views;
+  trials::SplitItems(std::as_bytes(std::span(data, size)).subspan(prefix), views);
   std::vector<Bytes> items(views.size());
   std::ranges::transform(views, items.begin(),
-                         [](const torture::Item& view) { return WithHeader(view.type, view.value); });
+                         [](const trials::Item& view) { return WithHeader(view.type, view.value); });
   const std::size_t at = items.empty() ? 0 : below(items.size());
   const auto place = items.begin() + static_cast<std::ptrdiff_t>(at);
   const auto types = static_cast<std::uint32_t>(below(8));

@@ -12,7 +12,7 @@
 #include "host/guest_view.h"
 #include "host/text.h"
 
-namespace torture {
+namespace trials {
 namespace {
 
 namespace fs = std::filesystem;
@@ -162,4 +162,4 @@ void StopAndCount(Rig& rig) {
   RequireNone("after a stop", wrong);
 }
 
-}  // namespace torture
+}  // namespace trials

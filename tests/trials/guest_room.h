@@ -13,7 +13,7 @@
 #include "trials/crew.h"
 #include "trials/rig.h"
 
-namespace torture {
+namespace trials {
 
 // The registry: keys as in a snapshot, "HKCU\..." or "HKLM\...". Missing parents come as well.
 void PutKey(const std::string& key);
@@ -41,4 +41,4 @@ void CarryOut(Rig& rig, const host::Bytes& command);
 // Stops the module; nothing of it may be open then, and it must have kept to the gate's contract.
 void StopAndCount(Rig& rig);
 
-}  // namespace torture
+}  // namespace trials

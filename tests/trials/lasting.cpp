@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <regex>
 
-namespace torture {
+namespace trials {
 namespace {
 
 struct Kind {
@@ -76,4 +76,4 @@ bool IsResidue(const std::string& difference) {
       difference, std::regex(R"((extra|missing): HKCU\\Software\\Classes\\\.[^\\]*(\\OpenWith.*|\|.*)?)"));
 }
 
-}  // namespace torture
+}  // namespace trials

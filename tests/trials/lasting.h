@@ -6,7 +6,7 @@
 
 #include "trials/scenes.h"
 
-namespace torture {
+namespace trials {
 
 // The kind of a difference from the guest without faults; null for one that must not be. `cause` is the call
 // that failed, or what else happened.
@@ -18,4 +18,4 @@ bool IsLeftForGood(const std::string& difference);
 // Entries that stay for good, as the design says: below the extensions' keys.
 bool IsResidue(const std::string& difference);
 
-}  // namespace torture
+}  // namespace trials

@@ -3,7 +3,7 @@
 #include "host/wire.h"
 #include "trials/room.h"
 
-namespace torture {
+namespace trials {
 namespace {
 
 using namespace std::chrono_literals;
@@ -114,4 +114,4 @@ Tally TryLoad(const Options& options) {
   return sum;
 }
 
-}  // namespace torture
+}  // namespace trials

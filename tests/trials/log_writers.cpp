@@ -20,7 +20,7 @@
 #include "trials/guest_room.h"
 #include "trials/trials.h"
 
-namespace torture {
+namespace trials {
 namespace {
 
 namespace fs = std::filesystem;
@@ -76,7 +76,7 @@ void Write(std::size_t process, std::size_t thread, const Options& options) {
   Dice dice(options.seed, process * threads + thread);
   for (std::size_t line = 0; line < fullLines / options.every; ++line) {
     if (line % burst == 0) AwaitNextSecond(dice);
-    WriteLog("TEST", "Torture", 1, "%s", Message(process, thread, line).c_str());
+    WriteLog("TEST", "Writers", 1, "%s", Message(process, thread, line).c_str());
   }
 }
 
@@ -149,7 +149,7 @@ class Reader {
   }
 
  private:
-  // "MM-DD hh:mm:ss.mmm W /Torture:PID:TID/ [TEST] " and the message.
+  // "MM-DD hh:mm:ss.mmm W /Writers:PID:TID/ [TEST] " and the message.
   void Take(const std::string& line, std::vector<std::size_t>& next) {
     const std::string tag = "/ [TEST] ";
     const std::size_t tagAt = line.find(tag);
@@ -157,7 +157,7 @@ class Reader {
     unsigned month = 0, day = 0, hour = 0, minute = 0, second = 0, fraction = 0, pid = 0, tid = 0;
     int head = 0;
     if (tagAt == std::string::npos ||
-        std::sscanf(line.c_str(), "%2u-%2u %2u:%2u:%2u.%3u W /Torture:%u:%x%n", &month, &day, &hour, &minute,
+        std::sscanf(line.c_str(), "%2u-%2u %2u:%2u:%2u.%3u W /Writers:%u:%x%n", &month, &day, &hour, &minute,
                     &second, &fraction, &pid, &tid, &head) != 8 ||
         static_cast<std::size_t>(head) != tagAt ||
         std::sscanf(line.c_str() + tagAt + tag.size(), "%zu %zu %zu", &process, &thread, &number) != 3 ||
@@ -217,4 +217,4 @@ Tally TryLog(const Options& options) {
   return sum;
 }
 
-}  // namespace torture
+}  // namespace trials

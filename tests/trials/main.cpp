@@ -1,4 +1,4 @@
-// velomira-torture: trials of what must hold whatever fails. Each subcommand prints its figures and fails
+// velomira-trials: trials of what must hold whatever fails. Each subcommand prints its figures and fails
 // when a single trial did.
 #include <CLI/CLI.hpp>
 #include <chrono>
@@ -13,7 +13,7 @@
 
 namespace {
 
-void Print(const std::string& title, const torture::Tally& tally, double seconds) {
+void Print(const std::string& title, const trials::Tally& tally, double seconds) {
   std::cout << title << ":\n";
   for (const auto& [figure, number] : tally.figures) std::cout << "  " << number << " " << figure << "\n";
   std::cout << "  " << tally.failures << " failures, " << static_cast<int>(seconds) << " s" << std::endl;
@@ -23,9 +23,9 @@ int Run(int argc, char** argv) {
   CLI::App app{"Tries what must hold whatever fails."};
   app.require_subcommand(1);
   std::string catalogue;
-  torture::Options options;
+  trials::Options options;
   options.jobs = std::max(1u, std::thread::hardware_concurrency());
-  for (const torture::TrialKind& kind : torture::trialKinds) {
+  for (const trials::TrialKind& kind : trials::trialKinds) {
     CLI::App& command = *app.add_subcommand(kind.name, kind.what);
     command.add_option("--catalogue", catalogue, "Folder with catalogue.json and its PNG icons")->required();
     command.add_option("--jobs", options.jobs, "Processes at a time")->capture_default_str();
@@ -36,12 +36,12 @@ int Run(int argc, char** argv) {
   CLI11_PARSE(app, argc, argv);
 
   options.catalogue = host::Catalogue::Load(catalogue);
-  options.folder = std::filesystem::temp_directory_path() / ("velomira-torture-" + std::to_string(getpid()));
+  options.folder = std::filesystem::temp_directory_path() / ("velomira-trials-" + std::to_string(getpid()));
   std::uint64_t failures = 0;
-  for (const torture::TrialKind& kind : torture::trialKinds) {
+  for (const trials::TrialKind& kind : trials::trialKinds) {
     if (!app.get_subcommand(kind.name)->parsed()) continue;
     const auto start = std::chrono::steady_clock::now();
-    const torture::Tally tally = kind.run(options);
+    const trials::Tally tally = kind.run(options);
     const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
     Print(kind.what, tally, taken.count());
     failures += tally.failures;
@@ -56,7 +56,7 @@ int main(int argc, char** argv) {
   try {
     return Run(argc, argv);
   } catch (const std::exception& failure) {
-    std::cerr << "velomira-torture: " << failure.what() << std::endl;
+    std::cerr << "velomira-trials: " << failure.what() << std::endl;
     return 1;
   }
 }

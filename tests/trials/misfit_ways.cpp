@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cstring>
 
-namespace torture {
+namespace trials {
 namespace {
 
 using host::Bytes;
@@ -233,4 +233,4 @@ std::string Text(const Bytes& value) {
   return {reinterpret_cast<const char*>(value.data()), static_cast<std::size_t>(end - value.begin())};
 }
 
-}  // namespace torture
+}  // namespace trials

@@ -7,7 +7,7 @@
 #include "host/gate.h"
 #include "trials/expectations.h"
 
-namespace torture {
+namespace trials {
 
 inline host::Bytes BytesOf(std::string_view text) {
   const auto bytes = std::as_bytes(std::span(text));
@@ -32,4 +32,4 @@ host::Bytes SmallBitmap();  // a 16 by 16 bitmap that the guest takes
 host::Bytes EnvelopeOf(const std::vector<Item>& items);
 std::string Text(const host::Bytes& value);  // up to its NUL
 
-}  // namespace torture
+}  // namespace trials

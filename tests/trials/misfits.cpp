@@ -14,7 +14,7 @@
 #include "trials/misfit_ways.h"
 #include "trials/trials.h"
 
-namespace torture {
+namespace trials {
 namespace {
 
 using host::Bytes;
@@ -153,4 +153,4 @@ Tally TryMisfits(const Options& options) {
   });
 }
 
-}  // namespace torture
+}  // namespace trials

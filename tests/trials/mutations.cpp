@@ -8,7 +8,7 @@
 #include "trials/exchanges.h"
 #include "trials/trials.h"
 
-namespace torture {
+namespace trials {
 namespace {
 
 using host::Bytes;
@@ -119,4 +119,4 @@ Tally TryMutations(const Options& options) {
   });
 }
 
-}  // namespace torture
+}  // namespace trials

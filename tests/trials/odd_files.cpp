@@ -6,7 +6,7 @@
 #include <memory>
 #include <stdexcept>
 
-namespace torture {
+namespace trials {
 namespace {
 
 namespace fs = std::filesystem;
@@ -253,4 +253,4 @@ std::vector<Oddity> HostOddities(const Stage& stage) {
   return table;
 }
 
-}  // namespace torture
+}  // namespace trials

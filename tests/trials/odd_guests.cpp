@@ -9,7 +9,7 @@
 #include "host/verify.h"
 #include "host/wire.h"
 
-namespace torture {
+namespace trials {
 namespace {
 
 constexpr const char* roadNames[] = {"nothing shared, on", "shared, on with changes", "shared, off"};
@@ -300,4 +300,4 @@ Tally TryGuests(const Options& options) {
   });
 }
 
-}  // namespace torture
+}  // namespace trials

@@ -14,7 +14,7 @@
 #include "trials/guest_room.h"
 #include "trials/trials.h"
 
-namespace torture {
+namespace trials {
 
 // What a guest is when it turns odd, and the command that follows: nothing is shared and "on" comes; all is
 // shared and "on" comes with the changed catalogue; all is shared and "off" comes.
@@ -96,4 +96,4 @@ std::vector<Oddity> RegistryOddities(const Stage& stage);
 std::vector<Oddity> DeniedKeys(const Stage& stage);    // each key of the furnished guest
 std::vector<Oddity> SpoiltValues(const Stage& stage);  // each value that the module has made
 
-}  // namespace torture
+}  // namespace trials

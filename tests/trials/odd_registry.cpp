@@ -6,7 +6,7 @@
 #include "host/verify.h"
 #include "trials/odd_guests.h"
 
-namespace torture {
+namespace trials {
 namespace {
 
 using host::classesKey;
@@ -253,4 +253,4 @@ std::vector<Oddity> SpoiltValues(const Stage& stage) {
   return table;
 }
 
-}  // namespace torture
+}  // namespace trials

@@ -6,7 +6,7 @@
 #include "trials/guest_room.h"
 #include "trials/trials.h"
 
-namespace torture {
+namespace trials {
 namespace {
 
 using host::classesKey;
@@ -254,4 +254,4 @@ Tally TryCatalogues(const Options& options) {
   });
 }
 
-}  // namespace torture
+}  // namespace trials

@@ -13,7 +13,7 @@
 
 #include "host/prepare.h"
 
-namespace torture {
+namespace trials {
 namespace {
 
 namespace fs = std::filesystem;
@@ -156,4 +156,4 @@ host::Catalogue ChangedCatalogue(const host::Catalogue& catalogue) {
   return changed;
 }
 
-}  // namespace torture
+}  // namespace trials

@@ -15,7 +15,7 @@
 #include "host/replies.h"
 #include "host/system.h"
 
-namespace torture {
+namespace trials {
 
 // All that a guest keeps between commands.
 struct GuestState {
@@ -66,4 +66,4 @@ class Rig {
 // The catalogue after a change of every kind: its first application renamed, its second gone, a new one come.
 host::Catalogue ChangedCatalogue(const host::Catalogue& catalogue);
 
-}  // namespace torture
+}  // namespace trials

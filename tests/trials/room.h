@@ -12,7 +12,7 @@
 #include "trials/guest_room.h"
 #include "trials/trials.h"
 
-namespace torture {
+namespace trials {
 
 // A guest with the module in it, and a host whose answers are counted and can do something first.
 class Room {
@@ -77,4 +77,4 @@ inline host::Catalogue FirstOf(const host::Catalogue& catalogue, std::size_t cou
 // One job's share of the starts and stops.
 void StartAndStop(std::size_t job, Report& report, const Options& options);
 
-}  // namespace torture
+}  // namespace trials

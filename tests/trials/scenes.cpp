@@ -9,7 +9,7 @@
 #include "host/verify.h"
 #include "trials/lasting.h"
 
-namespace torture {
+namespace trials {
 namespace {
 
 using Lines = std::vector<std::string>;
@@ -177,4 +177,4 @@ Tally InEachScene(const Options& options, EachScene* each) {
   });
 }
 
-}  // namespace torture
+}  // namespace trials

@@ -9,7 +9,7 @@
 #include "trials/rig.h"
 #include "trials/trials.h"
 
-namespace torture {
+namespace trials {
 
 struct Scene {
   enum class Kind { Start, Command, Stop };
@@ -59,4 +59,4 @@ class Story {
 using EachScene = void(Story&, const Scene&, const Options&, std::size_t job, Report&);
 Tally InEachScene(const Options& options, EachScene* each);
 
-}  // namespace torture
+}  // namespace trials

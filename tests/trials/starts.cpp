@@ -3,7 +3,7 @@
 #include "trials/dice.h"
 #include "trials/room.h"
 
-namespace torture {
+namespace trials {
 namespace {
 
 constexpr std::size_t allStarts = 10'000;
@@ -161,4 +161,4 @@ void StartAndStop(std::size_t job, Report& report, const Options& options) {
   End(room, before);
 }
 
-}  // namespace torture
+}  // namespace trials

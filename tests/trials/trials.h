@@ -8,7 +8,7 @@
 #include "host/catalogue.h"
 #include "trials/crew.h"
 
-namespace torture {
+namespace trials {
 
 struct Options {
   host::Catalogue catalogue;
@@ -46,4 +46,4 @@ inline constexpr TrialKind trialKinds[] = {
     {"guests", "Odd guests", TryGuests},
 };
 
-}  // namespace torture
+}  // namespace trials

@@ -33,32 +33,14 @@ std::string ReadFile(const std::filesystem::path& path) {
   return {std::istreambuf_iterator<char>(in), {}};
 }
 
-Bytes BmpHeader(std::uint32_t width, std::uint32_t height, std::uint32_t bits) {
-  const std::uint32_t pixels = (width * bits / 8 + 3) / 4 * 4 * height;
-  Bytes bmp;
-  bmp.reserve(54 + pixels);
-  PutU16(bmp, 0x4D42);
-  PutU32(bmp, 54 + pixels);
-  PutU32(bmp, 0);
-  PutU32(bmp, 54);
-  PutU32(bmp, 40);
-  PutU32(bmp, width);
-  PutU32(bmp, height);
-  PutU16(bmp, 1);
-  PutU16(bmp, bits);
-  PutU32(bmp, 0);
-  PutU32(bmp, pixels);
-  for (int i = 0; i < 4; ++i) PutU32(bmp, 0);
-  return bmp;
-}
-
 // Rows bottom-up; blue, green, red, alpha.
 Bytes ToBmp(const unsigned char* rgba, std::uint32_t width, std::uint32_t height) {
-  Bytes bmp = BmpHeader(width, height, 32);
+  Bytes bmp = BlankBitmap(width, height);
+  std::byte* to = bmp.data() + bmp.size() - std::size_t{width} * height * 4;
   for (std::uint32_t row = height; row-- > 0;) {
     const unsigned char* pixel = rgba + std::size_t{row} * width * 4;
     for (std::uint32_t x = 0; x < width; ++x, pixel += 4) {
-      for (int channel : {2, 1, 0, 3}) bmp.push_back(std::byte{pixel[channel]});
+      for (const int channel : {2, 1, 0, 3}) *to++ = std::byte{pixel[channel]};
     }
   }
   return bmp;
@@ -182,13 +164,12 @@ Icon ReadIcon(const std::filesystem::path& folder, const std::string& file) {
 Icon RefusedIcon(const Icon& icon) {
   if (!icon.accepted) return icon;
   const std::uint32_t width = GetU32(icon.bmp, 18), height = GetU32(icon.bmp, 22);
-  Icon refused{icon.file, icon.size, false, BmpHeader(width, height, 24)};
+  Icon refused{icon.file, icon.size, false, BlankBitmap(width, height, 24)};
+  const std::size_t pitch = (refused.bmp.size() - 54) / height;
   for (std::size_t row = 0; row < height; ++row) {
     for (std::size_t x = 0; x < width; ++x) {
-      const auto pixel = icon.bmp.begin() + static_cast<std::ptrdiff_t>(54 + (row * width + x) * 4);
-      refused.bmp.insert(refused.bmp.end(), pixel, pixel + 3);
+      std::copy_n(&icon.bmp[54 + (row * width + x) * 4], 3, &refused.bmp[54 + row * pitch + x * 3]);
     }
-    while ((refused.bmp.size() - 54) % 4 != 0) refused.bmp.push_back(std::byte{0});
   }
   return refused;
 }

@@ -1,5 +1,4 @@
-// Encoding of the host's commands and answers: a 20-byte header (code, version, result, reserved, data size)
-// and items of index, type, size and value behind each other, everything little-endian.
+// What the host answers from its catalogue, and how it reads a request.
 #include "host/replies.h"
 
 #include <algorithm>
@@ -10,57 +9,25 @@ namespace {
 
 constexpr std::uint32_t announceRequest = 1, sharingState = 100, getList = 102, getIcons = 103,
                         getDetails = 104;
-constexpr std::uint32_t numberItem = 1, bitmapItem = 2, textItem = 3, flagItem = 4, defaultTypeItem = 5,
-                        schemeItem = 6;
-constexpr std::size_t headerSize = 20, itemHeaderSize = 12;
 
-class Items {
- public:
-  void Add(std::uint32_t type, std::span<const std::byte> value) {
-    PutU32(bytes_, count_++);
-    PutU32(bytes_, type);
-    PutU32(bytes_, static_cast<std::uint32_t>(value.size()));
-    bytes_.insert(bytes_.end(), value.begin(), value.end());
-  }
-  void AddText(std::uint32_t type, const std::string& text) {
-    Add(type, std::as_bytes(std::span(text.c_str(), text.size() + 1)));
-  }
-  void AddTexts(std::uint32_t type, const std::vector<std::string>& texts) {
-    for (const std::string& text : texts) AddText(type, text);
-  }
-  const Bytes& bytes() const { return bytes_; }
-
- private:
-  Bytes bytes_;
-  std::uint32_t count_ = 0;
-};
-
-Bytes Envelope(std::uint32_t code, Result result, std::span<const std::byte> data) {
-  Bytes envelope;
-  PutU32(envelope, code);
-  PutU32(envelope, 3);
-  PutU32(envelope, static_cast<std::uint32_t>(result));
-  PutU32(envelope, 0);
-  PutU32(envelope, static_cast<std::uint32_t>(data.size()));
-  envelope.insert(envelope.end(), data.begin(), data.end());
-  return envelope;
+void AddTexts(Items& items, std::uint32_t type, const std::vector<std::string>& texts) {
+  for (const std::string& text : texts) items.Text(type, text);
 }
 
 // One item of `type` at the start of `data`, cut off it; empty when there is none.
 std::span<const std::byte> TakeItem(std::span<const std::byte>& data, std::uint32_t type) {
-  if (data.size() < itemHeaderSize || GetU32(data, 4) != type) return {};
+  if (data.size() < itemHeader || GetU32(data, 4) != type) return {};
   const std::uint32_t size = GetU32(data, 8);
-  if (size > data.size() - itemHeaderSize) return {};
-  const auto value = data.subspan(itemHeaderSize, size);
-  data = data.subspan(itemHeaderSize + size);
+  if (size > data.size() - itemHeader) return {};
+  const auto value = data.subspan(itemHeader, size);
+  data = data.subspan(itemHeader + size);
   return value;
 }
 
 Items ListItems(const Catalogue& catalogue) {
   Items items;
   for (const Application& app : catalogue.applications()) {
-    items.AddText(textItem, app.bundleId);
-    items.AddText(textItem, app.name);
+    items.Text(textItem, app.bundleId).Text(textItem, app.name);
   }
   return items;
 }
@@ -73,12 +40,10 @@ Items IconItems(const Application& app) {
 
 Items DetailItems(const Application& app) {
   Items items;
-  items.AddTexts(textItem, app.documentTypes);
-  items.AddTexts(defaultTypeItem, app.defaultTypes);
-  Bytes flag;
-  PutU32(flag, app.anyType ? 1 : 0);
-  items.Add(flagItem, flag);
-  items.AddTexts(schemeItem, app.urlSchemes);
+  AddTexts(items, textItem, app.documentTypes);
+  AddTexts(items, defaultTypeItem, app.defaultTypes);
+  items.Number(flagItem, app.anyType ? 1 : 0);
+  AddTexts(items, schemeItem, app.urlSchemes);
   return items;
 }
 
@@ -86,10 +51,10 @@ Items DetailItems(const Application& app) {
 
 Question ReadQuestion(std::span<const std::byte> envelope) {
   Question question;
-  if (envelope.size() < headerSize) return question;
+  if (envelope.size() < envelopeHeader) return question;
   question.code = GetU32(envelope, 0);
   const std::uint32_t dataSize = GetU32(envelope, 16);
-  auto data = envelope.subspan(headerSize);
+  auto data = envelope.subspan(envelopeHeader);
   if (GetU32(envelope, 4) != 3 || dataSize > data.size()) return question;
   data = data.first(dataSize);
   if (question.code == sharingState) {
@@ -108,7 +73,7 @@ Question ReadQuestion(std::span<const std::byte> envelope) {
 Reply AnswerCommand(const Catalogue& catalogue, std::span<const std::byte> envelope) {
   const Question question = ReadQuestion(envelope);
   const auto answer = [&](Result result, const Items& items = {}) {
-    return Reply{.bytes = Envelope(question.code, result, items.bytes())};
+    return Reply{.bytes = Envelope(question.code, items.bytes(), static_cast<std::uint32_t>(result))};
   };
   const auto answerInRoom = [&](const Items& items) {
     return items.bytes().size() > question.room ? answer(Result::NoRoom) : answer(Result::Done, items);
@@ -128,11 +93,11 @@ Reply AnswerCommand(const Catalogue& catalogue, std::span<const std::byte> envel
 
 Bytes SharingCommand(bool on) {
   const std::byte data{static_cast<unsigned char>(on)};
-  return Envelope(sharingState, Result::Done, std::span(&data, 1));
+  return Envelope(sharingState, std::span(&data, 1));
 }
 
 Bytes AnnounceCommand() {
-  return Envelope(announceRequest, Result::Done, {});
+  return Envelope(announceRequest);
 }
 
 }  // namespace host

@@ -6,6 +6,8 @@
 #include <ostream>
 #include <vector>
 
+#include "host/difference.h"
+
 namespace host {
 namespace {
 
@@ -114,21 +116,18 @@ std::string TextOfFile(const Snapshot& guest, const std::string& path) {
 // Calls `add(path, mark, text)` for every entry that differs; true when there was one.
 template <class Add>
 bool ForEachChange(const Entries& before, const Entries& after, const Add& add) {
-  Entries both = before;
-  both.insert(after.begin(), after.end());
   bool any = false;
-  for (const auto& [path, unused] : both) {
-    const auto old = before.find(path), now = after.find(path);
-    if (old != before.end() && now != after.end() && old->second == now->second) continue;
-    any = true;
-    if (old == before.end()) {
-      add(path, '+', Shown(now->second));
-    } else if (now == after.end()) {
-      add(path, '-', "");
-    } else {
-      add(path, '~', Shown(old->second) + " -> " + Shown(now->second));
-    }
-  }
+  ForEachDifference(before, after,
+                    [&](const std::string& path, const std::string* old, const std::string* now) {
+                      any = true;
+                      if (old == nullptr) {
+                        add(path, '+', Shown(*now));
+                      } else if (now == nullptr) {
+                        add(path, '-', "");
+                      } else {
+                        add(path, '~', Shown(*old) + " -> " + Shown(*now));
+                      }
+                    });
   return any;
 }
 

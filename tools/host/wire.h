@@ -1,10 +1,12 @@
-// Little-endian numbers in byte blocks, as BMP files, envelopes and resources hold them. Readers of foreign
-// bytes check their bounds first: Get does not.
+// The bytes of the gate: little-endian numbers, envelopes, items and bitmaps, written here once for the host
+// and for those who test with it, apart from the module's own encoding, so that the two check each other.
+// Readers of foreign bytes check their bounds first: Get does not.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <string_view>
 #include <vector>
 
 namespace host {
@@ -29,5 +31,33 @@ inline std::uint16_t GetU16(std::span<const std::byte> in, std::size_t at) {
 inline std::uint32_t GetU32(std::span<const std::byte> in, std::size_t at) {
   return GetU16(in, at) | static_cast<std::uint32_t>(GetU16(in, at + 2)) << 16;
 }
+
+// What the guest sends and receives: code (1 announce request, 100 sharing state or announcement, 102 list,
+// 103 icons, 104 details), version 3, `result`, a reserved 0, the size of `data`, and `data`.
+inline constexpr std::size_t envelopeHeader = 20;
+Bytes Envelope(std::uint32_t code, std::span<const std::byte> data = {}, std::uint32_t result = 0);
+
+// Types of items.
+inline constexpr std::uint32_t numberItem = 1, bitmapItem = 2, textItem = 3, flagItem = 4,
+                               defaultTypeItem = 5, schemeItem = 6;
+inline constexpr std::size_t itemHeader = 12;
+
+// Items behind each other: index, type, size, value. The indexes count up.
+class Items {
+ public:
+  Items& Add(std::uint32_t type, std::span<const std::byte> value);
+  Items& Text(std::uint32_t type, std::string_view text);  // with a NUL behind it
+  Items& Number(std::uint32_t type, std::uint32_t number);
+
+  const Bytes& bytes() const { return bytes_; }
+
+ private:
+  Bytes bytes_;
+  std::uint32_t count_ = 0;
+};
+
+// The 54 header bytes of an uncompressed BMP file with `bits` (24 or 32) a pixel, and as many zero bytes as
+// its pixels take: rows bottom-up, each padded to a multiple of 4.
+Bytes BlankBitmap(std::uint32_t width, std::uint32_t height, std::uint32_t bits = 32);
 
 }  // namespace host

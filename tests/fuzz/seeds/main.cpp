@@ -14,7 +14,7 @@
 namespace {
 
 using host::Bytes;
-using torture::Kind;
+using trials::Kind;
 
 constexpr std::size_t headerSize = 20;
 
@@ -38,7 +38,7 @@ class Seeds {
 
 void WriteReply(Seeds& seeds, const std::string& target, Kind kind, const host::Catalogue& catalogue,
                 const std::string& argument) {
-  const Bytes reply = torture::RealReply(kind, catalogue, argument);
+  const Bytes reply = trials::RealReply(kind, catalogue, argument);
   seeds.Write(target, {std::byte{0}}, reply);
   seeds.Write("bit_box", {}, std::span(reply).subspan(headerSize));
 }
