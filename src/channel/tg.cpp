@@ -6,6 +6,7 @@
 
 #include "common/handles.h"
 
+// The named links between the interfaces and their implementations; they add nothing of their own.
 class __TgHandle : public Tg {};          // NOLINT(bugprone-reserved-identifier)
 class __TgContext : public TgContext {};  // NOLINT(bugprone-reserved-identifier)
 

@@ -1,4 +1,6 @@
-// Which Windows this is. The platform answers within what the program's manifest names: without one that
+// Which Windows this is. Two questions to the platform, which may answer differently: VerifyVersionInfoW is
+// asked each time, and decides what is claimed and drawn; the packed number of GetVersion is taken once, and
+// decides on OpenWithProgids alone. Both answer within what the program's manifest names: without one that
 // names newer versions, 6.2 is the newest version that a program meets.
 #pragma once
 

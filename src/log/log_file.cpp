@@ -33,14 +33,18 @@ std::string LogPath(std::string folder) {
   return path;
 }
 
-// The Windows directory's "\Logs" in lower case, created when missing; empty when that cannot be had.
+// The Windows directory in lower case with "\Logs" behind it, created when missing; empty when that cannot be
+// had. A folder that is there may refuse its creation with more than one error, so its attributes decide.
 std::string PrimaryFolder() {
   WCHAR directory[MAX_PATH + 1]{};
   const UINT length = GetWindowsDirectoryW(directory, MAX_PATH);
   if (length == 0 || length > MAX_PATH) return {};
   CharLowerW(directory);
   const WideString folder = WideString(directory) + TEXT("\\Logs");
-  if (!CreateDirectoryW(folder.c_str(), nullptr) && GetLastError() != ERROR_ALREADY_EXISTS) return {};
+  if (!CreateDirectoryW(folder.c_str(), nullptr)) {
+    const DWORD attributes = GetFileAttributesW(folder.c_str());
+    if (attributes == INVALID_FILE_ATTRIBUTES || (attributes & FILE_ATTRIBUTE_DIRECTORY) == 0) return {};
+  }
   return WideToUtf8(folder);
 }
 

@@ -44,7 +44,8 @@ bool RegisterOpenWith(const WideString& app, const WideString& extension, const 
     // Software\Classes\.{ext}\OpenWithList\{exe}
     const WideString offer = ExtensionKey(extension) + TEXT("\\OpenWithList\\") + exe;
     if (asDefault) {
-      RegisterAutoFileProgId(hive.get(), extension, launcherPath);
+      // Whether the claim could be written decides nothing: the offer is made all the same.
+      static_cast<void>(RegisterAutoFileProgId(hive.get(), extension, launcherPath));
       if (KeyExists(hive.get(), offer)) XDT_RAISE("registration already exists");
     }
     SetStringValue(hive.get(), offer, defaultValue, exe);

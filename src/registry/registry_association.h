@@ -13,7 +13,8 @@ bool RegisterOpenWith(const WideString& app, const WideString& extension, const 
                       bool asDefault);
 
 // Writes the extension's auto-file ProgID with its open command; before version 6.1 also makes it the
-// extension's default. False on any failure. Raises nothing derived from std::exception.
+// extension's default. False on any failure, which RegisterOpenWith ignores: an offer without a claim is
+// still one. Raises nothing derived from std::exception.
 bool RegisterAutoFileProgId(HKEY hive, const WideString& extension, const WideString& launcherPath);
 
 // Adds the auto-file ProgID to the extension's OpenWithProgids, for version 6.1 and later. Silent on failure.

@@ -1,5 +1,5 @@
-// The three steps, each contained for itself. The launcher goes last: while it is there, the next sweep finds
-// the application again and completes what could not be removed.
+// The three steps, each contained for itself in quiet mode. The launcher goes last, as the record of what is
+// mirrored; in quiet mode it goes even where an earlier step has failed.
 #include "sync/removal.h"
 
 #include <exception>

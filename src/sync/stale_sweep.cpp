@@ -1,5 +1,6 @@
-// The launcher folder is the only record of what was mirrored. Every .exe in it counts as a launcher: for a
-// foreign file the removal looks for an application that does not exist, and the file stays.
+// The launcher folder is the only record of what was mirrored. Every .exe in it counts as a launcher, and the
+// application is named by all but the last ten characters of its file: of a foreign file that is a wrong
+// name, which usually no application has, and the file itself stays.
 #include "sync/stale_sweep.h"
 
 #include <set>
