@@ -24,6 +24,8 @@
 #define QS_ALLEVENTS (QS_INPUT | QS_POSTMESSAGE | QS_TIMER | QS_PAINT | QS_HOTKEY)
 #define QS_ALLINPUT (QS_ALLEVENTS | QS_SENDMESSAGE)
 
+#define MWMO_INPUTAVAILABLE 0x0004u
+
 struct POINT {
   LONG x;
   LONG y;
@@ -45,6 +47,9 @@ BOOL WINAPI PostThreadMessageW(DWORD thread, UINT message, WPARAM wParam, LPARAM
 void WINAPI PostQuitMessage(int exitCode);
 DWORD WINAPI MsgWaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL waitAll, DWORD milliseconds,
                                        DWORD wakeMask);
+// Waits for any of the objects. With MWMO_INPUTAVAILABLE what a look has left in the queue ends the wait too.
+DWORD WINAPI MsgWaitForMultipleObjectsEx(DWORD count, const HANDLE* handles, DWORD milliseconds,
+                                         DWORD wakeMask, DWORD flags);
 
 // Lower-cases NUL-terminated text in place. A single character in place of the pointer is not supported.
 LPWSTR WINAPI CharLowerW(LPWSTR text);

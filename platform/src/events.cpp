@@ -20,7 +20,7 @@ bool FindWaitables(DWORD count, const HANDLE* handles, Waitables& found) {
   return true;
 }
 
-DWORD WaitForAny(const Waitables& objects, DWORD milliseconds, const bool* input) {
+DWORD WaitForAny(const Waitables& objects, DWORD milliseconds, const std::function<bool()>& hasInput) {
   DWORD result = WAIT_TIMEOUT;
   const auto isOver = [&] {
     for (std::size_t i = 0; i < objects.size(); ++i) {
@@ -29,7 +29,7 @@ DWORD WaitForAny(const Waitables& objects, DWORD milliseconds, const bool* input
       result = WAIT_OBJECT_0 + static_cast<DWORD>(i);
       return true;
     }
-    if (input == nullptr || !*input) return false;
+    if (!hasInput || !hasInput()) return false;
     result = WAIT_OBJECT_0 + static_cast<DWORD>(objects.size());
     return true;
   };

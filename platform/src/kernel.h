@@ -3,6 +3,7 @@
 #pragma once
 
 #include <condition_variable>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -36,9 +37,10 @@ class Event final : public Waitable {
 using Waitables = std::vector<std::shared_ptr<Waitable>>;
 bool FindWaitables(DWORD count, const HANDLE* handles, Waitables& found);
 
-// Waits for any of the objects, or for `*input` when that is given: WAIT_OBJECT_0 plus the index of the first
-// object signalled, plus the number of objects for the input, or WAIT_TIMEOUT.
-DWORD WaitForAny(const Waitables& objects, DWORD milliseconds, const bool* input = nullptr);
+// Waits for any of the objects, or for `hasInput` when that is given, which is asked under the mutex:
+// WAIT_OBJECT_0 plus the index of the first object signalled, plus the number of objects for the input, or
+// WAIT_TIMEOUT.
+DWORD WaitForAny(const Waitables& objects, DWORD milliseconds, const std::function<bool()>& hasInput = {});
 
 DWORD ThisThreadId();
 ULONGLONG TickCount();

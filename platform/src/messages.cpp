@@ -1,6 +1,6 @@
 // Thread message queues. A queue comes into being when its thread first calls one of these functions, and
 // only then can others post to it. What a look at the queue has left there no longer counts as input: it ends
-// no wait.
+// no wait but those that ask for it.
 #include <deque>
 #include <map>
 #include <optional>
@@ -46,6 +46,21 @@ void NoteInput(Queue& queue) {
 
 MSG MakeMessage(UINT message, WPARAM wParam, LPARAM lParam) {
   return {nullptr, message, wParam, lParam, static_cast<DWORD>(TickCount()), {0, 0}};
+}
+
+DWORD WaitForInput(DWORD count, const HANDLE* handles, DWORD milliseconds, DWORD wakeMask,
+                   bool seenInputCounts) {
+  Queue& queue = OwnQueue();
+  if (count >= MAXIMUM_WAIT_OBJECTS) {  // the queue takes one of the places
+    SetLastError(ERROR_INVALID_PARAMETER);
+    return WAIT_FAILED;
+  }
+  Waitables objects;
+  if (!FindWaitables(count, handles, objects)) return WAIT_FAILED;
+  return WaitForAny(objects, milliseconds, [&] {
+    if ((wakeMask & QS_POSTMESSAGE) == 0) return false;
+    return queue.newInput || (seenInputCounts && (!queue.posted.empty() || queue.quit));
+  });
 }
 
 }  // namespace
@@ -104,12 +119,12 @@ DWORD WINAPI MsgWaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL 
                                        DWORD wakeMask) {
   if (CallFails("MsgWaitForMultipleObjects", ERROR_NOT_ENOUGH_MEMORY)) return WAIT_FAILED;
   if (waitAll) Unsupported("MsgWaitForMultipleObjects", "waiting for all");
-  Queue& queue = OwnQueue();
-  if (count >= MAXIMUM_WAIT_OBJECTS) {  // the queue takes one of the places
-    SetLastError(ERROR_INVALID_PARAMETER);
-    return WAIT_FAILED;
-  }
-  Waitables objects;
-  if (!FindWaitables(count, handles, objects)) return WAIT_FAILED;
-  return WaitForAny(objects, milliseconds, (wakeMask & QS_POSTMESSAGE) != 0 ? &queue.newInput : nullptr);
+  return WaitForInput(count, handles, milliseconds, wakeMask, false);
+}
+
+DWORD WINAPI MsgWaitForMultipleObjectsEx(DWORD count, const HANDLE* handles, DWORD milliseconds,
+                                         DWORD wakeMask, DWORD flags) {
+  if (CallFails("MsgWaitForMultipleObjectsEx", ERROR_NOT_ENOUGH_MEMORY)) return WAIT_FAILED;
+  if ((flags & ~MWMO_INPUTAVAILABLE) != 0) Unsupported("MsgWaitForMultipleObjectsEx", "flags");
+  return WaitForInput(count, handles, milliseconds, wakeMask, flags != 0);
 }

@@ -64,9 +64,8 @@ BOOL PostHere(UINT message) {
   return PostThreadMessageW(GetCurrentThreadId(), message, 0, 0);
 }
 
-DWORD MessageWait(DWORD mask = QS_ALLINPUT, std::vector<HANDLE> handles = {}, DWORD milliseconds = 0) {
-  return MsgWaitForMultipleObjects(static_cast<DWORD>(handles.size()), handles.data(), FALSE, milliseconds,
-                                   mask);
+DWORD MessageWait(DWORD mask = QS_ALLINPUT, std::vector<HANDLE> handles = {}, DWORD flags = 0) {
+  return MsgWaitForMultipleObjectsEx(static_cast<DWORD>(handles.size()), handles.data(), 0, mask, flags);
 }
 
 // An object of a thread that notes its end.
@@ -181,12 +180,15 @@ TEST(KernelMessages, OnlyInputThatCameSinceTheLastLookEndsAWait) {
     EXPECT_EQ(MessageWait(), WAIT_OBJECT_0) << "a wait is no look";
     CreateQueue();
     EXPECT_EQ(MessageWait(), WAIT_TIMEOUT) << "seen without removal";
+    EXPECT_EQ(MessageWait(QS_ALLINPUT, {}, MWMO_INPUTAVAILABLE), WAIT_OBJECT_0) << "seen, but still there";
+    EXPECT_EQ(MessageWait(QS_ALLINPUT & ~QS_POSTMESSAGE, {}, MWMO_INPUTAVAILABLE), WAIT_TIMEOUT);
     EXPECT_TRUE(PostHere(WM_USER + 1));
     EXPECT_EQ(MessageWait(), WAIT_OBJECT_0);
     MSG message{};
     EXPECT_TRUE(PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE));
     EXPECT_EQ(MessageWait(), WAIT_TIMEOUT) << "the second message stays, but the look was after it";
     EXPECT_EQ(Take(), std::vector<int>{WM_USER + 1});
+    EXPECT_EQ(MessageWait(QS_ALLINPUT, {}, MWMO_INPUTAVAILABLE), WAIT_TIMEOUT) << "nothing is left";
   });
 }
 
