@@ -85,16 +85,13 @@ View ClassesRoot() {
 }
 
 // What the hives of a new user and a new machine hold.
-void Furnish(Hives& hives) {
-  AddSubkey(*AddSubkey(*hives.user, u"Software"), u"Classes");
-  const auto software = AddSubkey(*hives.machine, u"SOFTWARE");
+Roots FurnishedRoots() {
+  Roots roots = MakeRoots();
+  AddSubkey(*AddSubkey(*roots.user, u"Software"), u"Classes");
+  const auto software = AddSubkey(*roots.machine, u"SOFTWARE");
   AddSubkey(*software, u"Classes");
   AddSubkey(*software, u"Wow6432Node");
-}
-
-void MakeRoots(Hives& hives) {
-  hives.user = MakeRoot(u"HKEY_CURRENT_USER");
-  hives.machine = MakeRoot(u"HKEY_LOCAL_MACHINE");
+  return roots;
 }
 
 }  // namespace
@@ -103,24 +100,26 @@ void MakeRoots(Hives& hives) {
 Hives& TheHives() {
   static auto* hives = [] {
     auto* made = new Hives;
-    MakeRoots(*made);
-    Furnish(*made);
+    static_cast<Roots&>(*made) = FurnishedRoots();
     return made;
   }();
   return *hives;
 }
 
-void EmptyHives() {
+Roots MakeRoots() {
+  return {MakeRoot(u"HKEY_CURRENT_USER"), MakeRoot(u"HKEY_LOCAL_MACHINE")};
+}
+
+void ReplaceHives(Roots roots) {
   Discard(*TheHives().user);
   Discard(*TheHives().machine);
-  MakeRoots(TheHives());
+  static_cast<Roots&>(TheHives()) = std::move(roots);
   TheHives().forbidden.clear();
 }
 
 void ResetRegistry() {
   std::lock_guard lock(TheHives().mutex);
-  EmptyHives();
-  Furnish(TheHives());
+  ReplaceHives(FurnishedRoots());
 }
 
 std::u16string Fold(std::u16string_view name) {

@@ -30,14 +30,18 @@ struct Node {
   std::vector<Value> values;
 };
 
-struct Hives {
+struct Roots {
+  std::shared_ptr<Node> user;     // HKEY_CURRENT_USER
+  std::shared_ptr<Node> machine;  // HKEY_LOCAL_MACHINE
+};
+Roots MakeRoots();  // without anything below them
+
+struct Hives : Roots {
   std::mutex mutex;
-  std::shared_ptr<Node> user;          // HKEY_CURRENT_USER
-  std::shared_ptr<Node> machine;       // HKEY_LOCAL_MACHINE
   std::set<std::u16string> forbidden;  // paths of DenyKey, in upper case
 };
 Hives& TheHives();
-void EmptyHives();  // two roots without anything below them; handles of old keys find them deleted
+void ReplaceHives(Roots roots);  // handles of old keys find them deleted; no key is forbidden then
 
 inline constexpr std::size_t maxKeyName = 255;      // units
 inline constexpr std::size_t maxValueName = 16383;  // units

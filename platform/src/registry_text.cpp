@@ -4,6 +4,7 @@
 
 #include <platform/control.h>
 #include <cstring>
+#include <stdexcept>
 
 #include "hives.h"
 
@@ -71,9 +72,11 @@ void Write(std::u16string& out, const Node& key, const std::u16string& path) {
 // One line of the text, taken apart from its front.
 class Line {
  public:
-  Line(const char* function, std::u16string_view text) : function_(function), whole_(text), rest_(text) {}
+  Line(std::string place, std::u16string_view text) : place_(std::move(place)), whole_(text), rest_(text) {}
 
-  [[noreturn]] void Refuse() const { Unsupported(function_, ("malformed line: " + ToUtf8(whole_)).c_str()); }
+  [[noreturn]] void Refuse() const {
+    throw std::invalid_argument(place_ + ": malformed: " + ToUtf8(Escape(whole_.substr(0, 60), false)));
+  }
   bool AtEnd() const { return rest_.empty(); }
   bool Take(std::u16string_view expected) {
     if (!rest_.starts_with(expected)) return false;
@@ -122,18 +125,22 @@ class Line {
   }
 
  private:
-  const char* function_;
+  std::string place_;
   std::u16string_view whole_;
   std::u16string_view rest_;
 };
 
+// The root that a path begins with.
+const std::shared_ptr<Node>& ReadRoot(Line& line, std::u16string_view end, const Roots& roots) {
+  const std::u16string name = line.Name(end);
+  if (name != roots.user->name && name != roots.machine->name) line.Refuse();
+  return name == roots.user->name ? roots.user : roots.machine;
+}
+
 // The key that a "[path]" line names, made with its parents when missing.
-std::shared_ptr<Node> ReadKey(Line& line) {
+std::shared_ptr<Node> ReadKey(Line& line, const Roots& roots) {
   line.Need(u"[");
-  const std::u16string root = line.Name(u"]");
-  const bool user = root == TheHives().user->name;
-  if (!user && root != TheHives().machine->name) line.Refuse();
-  auto key = user ? TheHives().user : TheHives().machine;
+  auto key = ReadRoot(line, u"]", roots);
   while (line.Take(u"\\")) {
     const std::u16string name = line.Name(u"]");
     auto next = FindSubkey(*key, name);
@@ -157,7 +164,10 @@ void ReadValue(Line& line, Node& key) {
   }
   line.Need(u"hex(");
   DWORD type = 0;
-  while (!line.Take(u"):")) type = type << 4 | line.Hex(1);
+  for (int digits = 0; !line.Take(u"):"); ++digits) {
+    if (digits == 8) line.Refuse();
+    type = type << 4 | line.Hex(1);
+  }
   std::vector<BYTE> data;
   while (!line.AtEnd()) {
     if (!data.empty()) line.Need(u",");
@@ -176,31 +186,31 @@ std::string SaveRegistry() {
 }
 
 void LoadRegistry(const std::string& text) {
-  std::lock_guard lock(TheHives().mutex);
-  EmptyHives();
+  const Roots roots = MakeRoots();
   const std::u16string units = ToUtf16(text);
   std::u16string_view rest = units;
   std::shared_ptr<Node> key;
-  while (!rest.empty()) {
+  for (std::size_t number = 1; !rest.empty(); ++number) {
     const std::u16string_view content = rest.substr(0, rest.find(u'\n'));
     rest.remove_prefix(std::min(content.size() + 1, rest.size()));
     if (content.empty()) continue;
-    Line line("LoadRegistry", content);
+    Line line("line " + std::to_string(number), content);
     if (content.starts_with(u'[')) {
-      key = ReadKey(line);
+      key = ReadKey(line, roots);
     } else if (key) {
       ReadValue(line, *key);
     }
     if (!line.AtEnd()) line.Refuse();
   }
+  std::lock_guard lock(TheHives().mutex);
+  ReplaceHives(roots);
 }
 
 void DenyKey(const std::string& path, bool deny) {
   std::lock_guard lock(TheHives().mutex);
   const std::u16string units = ToUtf16(path);
   Line line("DenyKey", units);
-  std::u16string plain = line.Name({});
-  if (plain != TheHives().user->name && plain != TheHives().machine->name) line.Refuse();
+  std::u16string plain = ReadRoot(line, {}, TheHives())->name;
   while (line.Take(u"\\")) plain += u'\\' + line.Name({});
   if (deny) {
     TheHives().forbidden.insert(Fold(plain));

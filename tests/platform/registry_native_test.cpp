@@ -5,6 +5,7 @@
 
 #include <cstring>
 #include <functional>
+#include <stdexcept>
 
 #include "support/guest.h"
 
@@ -103,6 +104,42 @@ TEST_F(RegistryNativeTest, LoadingWhatWasSavedChangesNothing) {
         0);
     EXPECT_EQ(WideString(stored), every.substr(i, 100)) << i;
   }
+}
+
+TEST_F(RegistryNativeTest, AMalformedTextIsRefusedAtItsLineAndLeavesTheRegistry) {
+  Set(HKEY_CURRENT_USER, TEXT("k"), TEXT("v"), TEXT("kept"));
+  const std::string before = platform::SaveRegistry();
+  HKEY key = Create(HKEY_CURRENT_USER, TEXT("k"));
+  const std::string good = "[HKEY_CURRENT_USER]\n\n[HKEY_CURRENT_USER\\a]\n\"v\"=\"1\"\n";
+  const struct {
+    std::string text, message;
+  } cases[] = {
+      {"\"v\"=\"1\"\n", "line 1: malformed: \"v\"=\"1\""},
+      {good + "Windows Registry Editor Version 5.00",
+       "line 5: malformed: Windows Registry Editor Version 5.00"},
+      {"[HKEY_USERS]", "line 1: malformed: [HKEY_USERS]"},
+      {good + "\n[HKEY_CURRENT_USER\\]", "line 6: malformed: [HKEY_CURRENT_USER\\]"},
+      {good + "[HKEY_CURRENT_USER\\b", "line 5: malformed: [HKEY_CURRENT_USER\\b"},
+      {good + "\"v\"=\"1", "line 5: malformed: \"v\"=\"1"},
+      {good + "@=\"1\"2", "line 5: malformed: @=\"1\"2"},
+      {good + "@=dword:1", "line 5: malformed: @=dword:1"},
+      {good + "@=hex(123456789):", "line 5: malformed: @=hex(123456789):"},
+      {good + "@=hex(3):0g", "line 5: malformed: @=hex(3):0g"},
+      {good + "@=hex(3):00,", "line 5: malformed: @=hex(3):00,"},
+      {std::string("\x1b\0", 2) + std::string(100, 'x'),
+       "line 1: malformed: ^001b^0000" + std::string(58, 'x')},
+  };
+  for (const auto& c : cases) {
+    try {
+      platform::LoadRegistry(c.text);
+      ADD_FAILURE() << c.text;
+    } catch (const std::invalid_argument& refused) {
+      EXPECT_EQ(refused.what(), c.message);
+    }
+    EXPECT_EQ(platform::SaveRegistry(), before);
+  }
+  EXPECT_EQ(Get(key, nullptr, TEXT("v")), "kept") << "open handles live on";
+  RegCloseKey(key);
 }
 
 TEST_F(RegistryNativeTest, ForbiddenKeysFailEveryWayIn) {

@@ -33,12 +33,14 @@ WindowsVersion ReportedVersion();
 // HKEY_CURRENT_USER\Software\Classes.
 void ResetRegistry();
 // The registry as text and back: UTF-8, one "[path]" line per key, values sorted by name, so that equal
-// registries give equal texts. `Load` replaces everything; a malformed text aborts with a message.
+// registries give equal texts. `Load` replaces everything. Of a malformed text it takes nothing and throws
+// std::invalid_argument, whose message has the number of the line ("line 7: ...") and the line's beginning.
 std::string SaveRegistry();
 void LoadRegistry(const std::string& text);
 
 // Registry: every open, creation and deletion of this key (a path as SaveRegistry prints it; the key need not
-// exist) fails with ERROR_ACCESS_DENIED, until lifted or until the registry is reset or loaded.
+// exist) fails with ERROR_ACCESS_DENIED, until lifted or until the registry is reset or loaded. Throws
+// std::invalid_argument for what is no such path.
 void DenyKey(const std::string& path, bool deny);
 
 // ---- Devices -------------------------------------------------------------------------------------------
