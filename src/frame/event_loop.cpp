@@ -107,12 +107,13 @@ void LogFailedWait() {
 }
 
 // Sleeps until the receive has completed and its command has run: true, submit again. False when the loop is
-// to end.
+// to end. A message that somebody has looked at and left in the queue, as COM may within a command, ends the
+// sleep like a new one.
 bool Rest(ToolWorker& worker, Receive& receive) {
   const HANDLE event = receive.context->Event();
   const DWORD count = receive.pending ? 1 : 0;
   while (true) {
-    const DWORD woken = MsgWaitForMultipleObjects(count, &event, FALSE, INFINITE, wakeMask);
+    const DWORD woken = MsgWaitForMultipleObjectsEx(count, &event, INFINITE, wakeMask, MWMO_INPUTAVAILABLE);
     if (woken == WAIT_OBJECT_0 + count) {
       if (DrainMessages()) return false;
     } else if (woken < WAIT_OBJECT_0 + count) {

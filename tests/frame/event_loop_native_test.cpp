@@ -52,7 +52,7 @@ TEST_F(EventLoopFailures, EachFailingCallEndsTheLoopAndLeavesNothingButWhatTheDe
       FailCall(number, 1234);
       RunLoopToItsStop();
       platform::DisarmFaultPlan();
-      if (failing == "MsgWaitForMultipleObjects") expected["file"] = 1;  // the log
+      if (failing == "MsgWaitForMultipleObjectsEx") expected["file"] = 1;  // the log
       Census left = expected;
       if (failing == "CancelIo" || failing == "WaitForSingleObject") left["event"] = 1;
       EXPECT_EQ(platform::Census(), left) << number << ": " << failing;

@@ -83,7 +83,7 @@ TEST_F(WorkerFailures, AnErrorOfAPendingReceiveEndsTheWorkerWhichStaysPublished)
   platform::ResetCallCounts();
   gate().FailNext({.systemError = ERROR_NOT_READY, .pendFirst = true});
   EXPECT_TRUE(StartWorker());
-  while (!platform::CallCounts().contains("MsgWaitForMultipleObjects")) std::this_thread::yield();
+  while (!platform::CallCounts().contains("MsgWaitForMultipleObjectsEx")) std::this_thread::yield();
   AwaitEnd();
   EXPECT_TRUE(StartWorker());
   EXPECT_EQ(gate().Facts().opens, 2u);
@@ -97,14 +97,14 @@ TEST_F(WorkerFailures, BetweenCommandsTheWorkerSleepsInOneWait) {
   platform::ResetCallCounts();
   StartAndAwaitAnnouncement();
   for (std::size_t waits = 1; waits <= 11; ++waits) {
-    while (platform::CallCounts()["MsgWaitForMultipleObjects"] < waits) std::this_thread::yield();
+    while (platform::CallCounts()["MsgWaitForMultipleObjectsEx"] < waits) std::this_thread::yield();
     if (waits <= 10) gate().Push(Command(7));
   }
   const auto counts = platform::CallCounts();
   const std::map<std::string, std::size_t> expected{
       {"CoInitialize", 1},         {"CreateEventW", 2},  // the start's and the receive's
       {"CreateFileW", 2},          {"DeviceIoControl", 1 + 1 + 10},
-      {"GetOverlappedResult", 10}, {"MsgWaitForMultipleObjects", 11},
+      {"GetOverlappedResult", 10}, {"MsgWaitForMultipleObjectsEx", 11},
       {"PeekMessageW", 1}};
   for (const auto& [call, count] : expected) EXPECT_EQ(counts.at(call), count) << call;
   EXPECT_FALSE(counts.contains("Sleep"));
