@@ -18,7 +18,7 @@ endfunction()
 
 # Only what is installed has to be built.
 set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)
-install(FILES $<TARGET_FILE:velomira> $<TARGET_FILE:velomira>.debug README.md DESTINATION .)
+install(FILES $<TARGET_FILE:velomira> $<TARGET_FILE_DIR:velomira>/velomira.pdb README.md DESTINATION .)
 install(FILES docs/guest.md DESTINATION docs)
 package_license(/usr/share/doc/g++-mingw-w64-${debian_architecture}-posix/copyright gcc-runtime.txt)
 package_license(/usr/share/doc/mingw-w64-${debian_architecture}-dev/copyright mingw-w64-and-winpthreads.txt)

@@ -5,4 +5,6 @@ target_compile_options(warnings INTERFACE
   $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual -Wold-style-cast -Wsuggest-override>
   # Version 12 sees overlaps in the standard library's own string concatenation.
   $<$<AND:$<CXX_COMPILER_ID:GNU>,$<VERSION_LESS:$<CXX_COMPILER_VERSION>,13>>:-Wno-restrict>
+  # Clang counts among the conversions what GCC has an option of its own for.
+  $<$<CXX_COMPILER_ID:Clang>:-Wno-sign-conversion>
   $<$<BOOL:${VELOMIRA_WERROR}>:-Werror>)

@@ -14,10 +14,8 @@
 
 namespace {
 
-void DropUnusable(std::vector<WideString>& names) {
-  std::erase_if(names, [](const WideString& name) {
-    return name.empty() || name.find(TEXT('\\')) != WideString::npos;
-  });
+bool IsUnusable(const WideString& name) {
+  return name.empty() || name.find(TEXT('\\')) != WideString::npos;
 }
 
 // Names of keys are the same in either letter case.
@@ -30,9 +28,9 @@ bool IsClassOfAnotherKind(const WideString& scheme) {
 MacAppDetails DetailsOf(const MacAppInfo& app) {
   MacAppDetails details;
   GetMacAppDetails(app, details);
-  DropUnusable(details.documentTypes);
-  DropUnusable(details.defaultTypes);
-  DropUnusable(details.urlSchemes);
+  std::erase_if(details.documentTypes, IsUnusable);
+  std::erase_if(details.defaultTypes, IsUnusable);
+  std::erase_if(details.urlSchemes, IsUnusable);
   std::erase_if(details.urlSchemes, IsClassOfAnotherKind);
   return details;
 }

@@ -11,7 +11,8 @@ using host::tessarineKey;
 using host::ValuePath;
 
 const std::string folder = "C:\\L", shortcuts = "C:\\S";
-const std::string applications = classesKey + "\\Applications", tools = tessarineKey + "\\Tessarine Tools";
+const std::string applications = "HKCU\\Software\\Classes\\Applications",
+                  tools = "HKCU\\SOFTWARE\\Tessarine\\Tessarine Tools";
 
 host::Catalogue ChessAlone() {
   host::Application app;

@@ -1,41 +1,43 @@
 #!/bin/bash
-# What the module's file says of itself, read by binutils and icoutils: dll_facts.sh x64|x86 DLL VERSION. Prints
-# each fact that is not as it must be.
+# What the module's file and its symbols say of themselves, read by binutils, icoutils and LLVM's readers:
+# dll_facts.sh x64|x86|arm64 DLL VERSION SOURCE. The symbols lie beside the DLL. Prints each fact that is not as it must be.
 set -u
-architecture=$1 dll=$2 version=$3
-declare -A formats=([x64]=pei-x86-64 [x86]=pei-i386)
+architecture=$1 dll=$2 version=$3 source=$4
+pdb=${dll%.dll}.pdb
+declare -A machines=([x64]=IMAGE_FILE_MACHINE_AMD64 [x86]=IMAGE_FILE_MACHINE_I386 [arm64]=IMAGE_FILE_MACHINE_ARM64)
 failures=0
 
 fail() { echo "dll_facts.sh: $*" >&2; failures=1; }
-for reader in objdump nm wrestool strings gzip; do
+for reader in llvm-readobj llvm-objdump llvm-pdbutil wrestool strings; do
   command -v "$reader" >/dev/null || { fail "the reader $reader is not installed"; exit 1; }
 done
-for file in "$dll" "$dll.debug"; do
-  [[ -s $file ]] || { fail "$file is missing: build it first (presets windows-x64 and windows-x86)"; exit 1; }
+for file in "$dll" "$pdb"; do
+  [[ -s $file ]] || { fail "$file is missing: build it first (presets windows-*)"; exit 1; }
 done
 expect() { [[ $2 == "$3" ]] || fail "$1: expected \"$2\", found \"$3\""; } # WHAT EXPECTED FOUND
 line() { tr '\n' ' ' | sed 's/ *$//'; }
 
-# The list of relocations is long and of no use here.
-headers=$(objdump -p "$dll" | sed '/^PE File Base Relocations/,$d')
-field() { sed -n "s/^$1[[:space:]]*//p" <<<"$headers" | head -n 1; }
+headers=$(llvm-readobj --file-headers --coff-exports --coff-imports --coff-basereloc --coff-debug-directory "$dll")
+field() { sed -n "s/^ *$1: *//p" <<<"$headers" | head -n 1; }
 
-expect format "${formats[$architecture]}" "$(sed -n 's/.*file format //p' <<<"$headers")"
-expect exports "NotifyTool StartTool StopTool" "$(sed -n 's/^\t\[ *[0-9]*\] \([^+]*\)$/\1/p' <<<"$headers" | sort | line)"
+expect machine "${machines[$architecture]}" "$(field Machine | cut -d' ' -f1)"
+exports=$(sed -n '/^Export {/,/^}/s/^  Name: *//p' <<<"$headers" | grep .)
+expect exports "NotifyTool StartTool StopTool" "$(sort <<<"$exports" | line)"
 # Part of every Windows since 6.1.
-expect imports "advapi32.dll kernel32.dll msvcrt.dll ole32.dll shell32.dll shlwapi.dll user32.dll" \
-  "$(sed -n 's/^\tDLL Name: //p' <<<"$headers" | tr A-Z a-z | sort -u | line)"
+imports=$(sed -n '/^Import {/,/^}/s/^  Name: *\(..*\)/\1/p' <<<"$headers")
+expect imports "${imports_of:=advapi32.dll kernel32.dll msvcrt.dll ole32.dll shell32.dll shlwapi.dll user32.dll}" \
+  "$(tr A-Z a-z <<<"$imports" | sort -u | line)"
 subsystem=$(field MajorSubsystemVersion).$(field MinorSubsystemVersion)
 [[ $(printf '%s\n' "$subsystem" 6.1 | sort -V | tail -n 1) == 6.1 ]] || fail "made for Windows $subsystem and later"
 
-flags="DYNAMIC_BASE NX_COMPAT"
-[[ $architecture == x86 ]] || flags="HIGH_ENTROPY_VA $flags"
-expect flags "$flags" "$(sed -n '/^DllCharacteristics/,/^Size/s/^\t\t*\([A-Z_]*\)$/\1/p' <<<"$headers" | line)"
+for flag in DYNAMIC_BASE NX_COMPAT HIGH_ENTROPY_VA; do
+  [[ $architecture$flag == x86HIGH* ]] || grep -q "_DLL_CHARACTERISTICS_$flag" <<<"$headers" || fail "without $flag"
+done
 # An image can lie anywhere only if it says what is to be changed for that.
-grep -q 'relocations stripped' <<<"$headers" && fail "relocations are stripped"
-grep -q '^Entry 5 0* 0* ' <<<"$headers" && fail "no base relocations"
-if [[ $architecture == x64 ]]; then
-  (( 16#$(field ImageBase) > 0xFFFFFFFF )) || fail "image base $(field ImageBase) is below 4 GB"
+grep -q RELOCS_STRIPPED <<<"$headers" && fail "relocations are stripped"
+grep -q 'Type: \(DIR64\|HIGHLOW\)' <<<"$headers" || fail "no base relocations"
+if [[ $architecture != x86 ]]; then
+  (( $(field ImageBase) > 0xFFFFFFFF )) || fail "image base $(field ImageBase) is below 4 GB"
 fi
 
 texts=$(wrestool -x --raw --type=16 --name=1 "$dll" | strings -el | line)
@@ -44,13 +46,31 @@ for text in "FileDescription Velomira shared applications module" "FileVersion $
   [[ $texts == *"$text"* ]] || fail "version resource without \"$text\": $texts"
 done
 
-expect "symbols left in the DLL" "no symbols" "$(objdump -t "$dll" | sed -n '/^SYMBOL TABLE/,$p' | sed 1d | line)"
-objdump -h "$dll" | grep -q '\.debug_' && fail "the DLL holds debug sections"
-expect "symbols kept" "NotifyTool StartTool StopTool" "$(nm "$dll.debug" | sed -En 's/.* T _?([A-Za-z]*Tool)$/\1/p' | sort | line)"
-objdump -h "$dll.debug" | grep -q '\.debug_info' || fail "$dll.debug holds no debug information"
-# The last eight bytes of a gzip file begin with the checksum by which debuggers know the file. objdump leaves its
-# leading zeros out.
-checksum=$(printf %x "0x$(gzip -c "$dll.debug" | tail -c 8 | od -An -tx4 -N4 | tr -d ' ')")
-link=$(objdump -Wk "$dll" | sed -n 's/^  Separate debug info file: *//p; s/^  CRC value: *0x//p' | line)
-expect "symbol file" "velomira.dll.debug $checksum" "$link"
+expect "symbols left in the DLL" 0 "$(field SymbolCount)"
+llvm-objdump -h "$dll" | grep -q '\.debug_' && fail "the DLL holds debug sections"
+expect "time of the build" "1970-01-01 00:00:00 (0x0)" "$(field TimeDateStamp)"
+expect "symbol file" velomira.pdb "$(field PDBFileName)"
+guid() { tr -cd '0-9A-F' <<<"$1"; }
+# The same bytes, of which a GUID's first three numbers are written the other way round.
+named=$(guid "$(field PDBGUID)")
+own=$(guid "$(llvm-pdbutil dump -summary "$pdb" | sed -n 's/^ *GUID: *//p')")
+expect "symbols of this DLL" "$named" \
+  "$(sed -E 's/^(..)(..)(..)(..)(..)(..)(..)(..)/\4\3\2\1\6\5\8\7/' <<<"$own")"
+
+# One function of each subsystem, with its file and its first line, which has the name or follows the one that has it.
+symbols=$(llvm-pdbutil dump -symbols "$pdb") lines=$(llvm-pdbutil dump -l "$pdb")
+for function in frame/event_loop.cpp:RunEventLoop channel/mainfo.cpp:GetMacAppList sync/withdrawal.cpp:WithdrawHostApplications \
+  launcher/mainfo.cpp:CreateLauncher registry/registry_registration.cpp:RegisterHostApplication log/log.cpp:WriteLog \
+  frame/exports.cpp:StartTool; do
+  name=${function#*:} file=${function%%:*}
+  address=$(grep -A1 -F "\`$name\`" <<<"$symbols" | sed -n 's/.*addr = 0001:\([0-9]*\).*/\1/p' | head -n 1)
+  [[ -n $address ]] || { fail "no symbol $name"; continue; }
+  block=$(printf '  0001:%08X-' "$((10#$address))")
+  found=$(grep -B1 -A1 -F -- "$block" <<<"$lines")
+  [[ $(head -n 1 <<<"$found") == "velomira\\src\\${file//\//\\} "* ]] || fail "$name lies in $(head -n 1 <<<"$found"), not in $file"
+  number=$(sed -n '3s/^ *\([0-9]*\) .*/\1/p' <<<"$found")
+  [[ -n $number ]] && sed -n "$((number - 1)),${number}p" "$source/src/$file" | grep -q "$name" ||
+    fail "$name does not begin on line ${number:-none} of $file"
+done
+grep -q "$source" <<<"$(strings "$dll" "$pdb")" && fail "the folder of the build is named in it"
 exit "$failures"

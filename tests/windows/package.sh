@@ -15,9 +15,9 @@ name=velomira-$version-windows-$architecture
 (cd "$work" && cmake -E tar xf "$name.zip")
 content=$(cd "$work/$name" && find . -type f | LC_ALL=C sort | tr '\n' ' ')
 expected="./README.md ./docs/guest.md ./licenses/gcc-runtime.txt ./licenses/gpl-3.txt \
-./licenses/mingw-w64-and-winpthreads.txt ./velomira.dll ./velomira.dll.debug "
+./licenses/mingw-w64-and-winpthreads.txt ./velomira.dll ./velomira.pdb "
 [[ $content == "$expected" ]] || fail "unexpected content: $content"
-for file in velomira.dll velomira.dll.debug; do
+for file in velomira.dll velomira.pdb; do
   cmp "$work/$name/$file" "$build/bin/$file" || fail "$file is not the one of the build"
 done
 for phrase in gcc-runtime.txt:"GCC RUNTIME LIBRARY EXCEPTION" gpl-3.txt:"GNU GENERAL PUBLIC LICENSE" \

@@ -1,3 +1,4 @@
 // The PNG decoder, compiled once. It decodes from memory only: paths and files are the caller's business.
+#define STBI_NO_THREAD_LOCALS  // one thread reads images
 #define STB_IMAGE_IMPLEMENTATION
 #include "host/png_decoder.h"

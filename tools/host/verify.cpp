@@ -9,8 +9,8 @@ namespace host {
 namespace {
 
 const std::string suffix = " (Mac)";
-const std::string applicationsKey = classesKey + "\\Applications";
-const std::string toolsKey = tessarineKey + "\\Tessarine Tools";
+const std::string applicationsKey = "HKCU\\Software\\Classes\\Applications";
+const std::string toolsKey = "HKCU\\SOFTWARE\\Tessarine\\Tessarine Tools";
 
 // Executables, scripts, installers, links and icons never get a launcher's offer.
 bool IsBlackListed(const std::string& type) {
