@@ -7,7 +7,6 @@
 
 using PSID = void*;
 using PSECURITY_DESCRIPTOR = void*;
-using SECURITY_INFORMATION = DWORD;
 
 #define DACL_SECURITY_INFORMATION 0x4u
 #define NO_INHERITANCE 0u
@@ -23,16 +22,11 @@ using PACL = ACL*;
 
 enum SE_OBJECT_TYPE { SE_UNKNOWN_OBJECT_TYPE, SE_FILE_OBJECT };
 enum ACCESS_MODE { NOT_USED_ACCESS, GRANT_ACCESS, SET_ACCESS };
-enum MULTIPLE_TRUSTEE_OPERATION { NO_MULTIPLE_TRUSTEE };
 enum TRUSTEE_FORM { TRUSTEE_IS_SID };
-enum TRUSTEE_TYPE { TRUSTEE_IS_UNKNOWN };
 
 struct TRUSTEE_W {
-  TRUSTEE_W* pMultipleTrustee;
-  MULTIPLE_TRUSTEE_OPERATION MultipleTrusteeOperation;
   TRUSTEE_FORM TrusteeForm;
-  TRUSTEE_TYPE TrusteeType;
-  LPWSTR ptstrName;  // a PSID in this type's clothes
+  LPWSTR ptstrName;  // a PSID, whatever the type says
 };
 
 struct EXPLICIT_ACCESS_W {
@@ -42,17 +36,15 @@ struct EXPLICIT_ACCESS_W {
   TRUSTEE_W Trustee;
 };
 using EXPLICIT_ACCESSW = EXPLICIT_ACCESS_W;
-using PEXPLICIT_ACCESS_W = EXPLICIT_ACCESS_W*;
 using PEXPLICIT_ACCESSW = EXPLICIT_ACCESS_W*;
 
 // These answer an error code.
-DWORD WINAPI GetSecurityInfo(HANDLE handle, SE_OBJECT_TYPE type, SECURITY_INFORMATION information,
-                             PSID* owner, PSID* group, PACL* dacl, PACL* sacl,
-                             PSECURITY_DESCRIPTOR* descriptor);
-DWORD WINAPI SetSecurityInfo(HANDLE handle, SE_OBJECT_TYPE type, SECURITY_INFORMATION information, PSID owner,
-                             PSID group, PACL dacl, PACL sacl);
-DWORD WINAPI SetEntriesInAclW(ULONG count, PEXPLICIT_ACCESS_W entries, PACL oldAcl, PACL* newAcl);
-DWORD WINAPI GetExplicitEntriesFromAclW(PACL acl, ULONG* count, PEXPLICIT_ACCESS_W* entries);
+DWORD WINAPI GetSecurityInfo(HANDLE handle, SE_OBJECT_TYPE type, DWORD information, PSID* owner, PSID* group,
+                             PACL* dacl, PACL* sacl, PSECURITY_DESCRIPTOR* descriptor);
+DWORD WINAPI SetSecurityInfo(HANDLE handle, SE_OBJECT_TYPE type, DWORD information, PSID owner, PSID group,
+                             PACL dacl, PACL sacl);
+DWORD WINAPI SetEntriesInAclW(ULONG count, PEXPLICIT_ACCESSW entries, PACL oldAcl, PACL* newAcl);
+DWORD WINAPI GetExplicitEntriesFromAclW(PACL acl, ULONG* count, PEXPLICIT_ACCESSW* entries);
 
 BOOL WINAPI EqualSid(PSID a, PSID b);
-HLOCAL WINAPI LocalFree(HLOCAL memory);
+HANDLE WINAPI LocalFree(HANDLE memory);

@@ -13,11 +13,9 @@
 #define FILE_READ_DATA 0x0001u
 #define FILE_WRITE_DATA 0x0002u
 #define FILE_APPEND_DATA 0x0004u
-#define FILE_EXECUTE 0x0020u
 #define FILE_READ_ATTRIBUTES 0x0080u
 #define FILE_GENERIC_READ 0x00120089u
 #define FILE_GENERIC_WRITE 0x00120116u
-#define FILE_GENERIC_EXECUTE 0x001200A0u
 #define FILE_ALL_ACCESS 0x001F01FFu
 
 #define FILE_SHARE_READ 0x1u
@@ -36,33 +34,16 @@
 #define FILE_FLAG_BACKUP_SEMANTICS 0x02000000u
 #define FILE_FLAG_OVERLAPPED 0x40000000u
 
+// Of these records only the fields that are read.
 struct BY_HANDLE_FILE_INFORMATION {
-  DWORD dwFileAttributes;
-  FILETIME ftCreationTime;
-  FILETIME ftLastAccessTime;
-  FILETIME ftLastWriteTime;
   DWORD dwVolumeSerialNumber;
-  DWORD nFileSizeHigh;
-  DWORD nFileSizeLow;
-  DWORD nNumberOfLinks;
   DWORD nFileIndexHigh;
   DWORD nFileIndexLow;
 };
-using LPBY_HANDLE_FILE_INFORMATION = BY_HANDLE_FILE_INFORMATION*;
-
 struct WIN32_FIND_DATAW {
   DWORD dwFileAttributes;
-  FILETIME ftCreationTime;
-  FILETIME ftLastAccessTime;
-  FILETIME ftLastWriteTime;
-  DWORD nFileSizeHigh;
-  DWORD nFileSizeLow;
-  DWORD dwReserved0;
-  DWORD dwReserved1;
   WCHAR cFileName[MAX_PATH];
-  WCHAR cAlternateFileName[14];
 };
-using LPWIN32_FIND_DATAW = WIN32_FIND_DATAW*;
 
 // Files and, by their names, devices. Narrow names are UTF-8.
 HANDLE WINAPI CreateFileW(LPCWSTR name, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
@@ -72,18 +53,17 @@ HANDLE WINAPI CreateFileA(LPCSTR name, DWORD access, DWORD share, LPSECURITY_ATT
 BOOL WINAPI ReadFile(HANDLE file, LPVOID buffer, DWORD size, LPDWORD read, LPOVERLAPPED overlapped);
 // With both offsets of `overlapped` 0xFFFFFFFF the bytes go to the end of the file in one indivisible step.
 BOOL WINAPI WriteFile(HANDLE file, LPCVOID buffer, DWORD size, LPDWORD written, LPOVERLAPPED overlapped);
-BOOL WINAPI GetFileInformationByHandle(HANDLE file, LPBY_HANDLE_FILE_INFORMATION information);
+BOOL WINAPI GetFileInformationByHandle(HANDLE file, BY_HANDLE_FILE_INFORMATION* information);
 
 BOOL WINAPI DeleteFileW(LPCWSTR name);
 BOOL WINAPI CopyFileW(LPCWSTR from, LPCWSTR to, BOOL failIfExists);
 DWORD WINAPI GetFileAttributesW(LPCWSTR name);
-BOOL WINAPI SetFileAttributesW(LPCWSTR name, DWORD attributes);
 BOOL WINAPI CreateDirectoryW(LPCWSTR name, LPSECURITY_ATTRIBUTES security);
-BOOL WINAPI RemoveDirectoryW(LPCWSTR name);
 
-// Entries come in the order of their names without regard to case, "." and ".." first.
-HANDLE WINAPI FindFirstFileW(LPCWSTR pattern, LPWIN32_FIND_DATAW data);
-BOOL WINAPI FindNextFileW(HANDLE find, LPWIN32_FIND_DATAW data);
+// The pattern is "*" or "*" and an ending. Entries come in the order of their names without regard to case,
+// "." and ".." first.
+HANDLE WINAPI FindFirstFileW(LPCWSTR pattern, WIN32_FIND_DATAW* data);
+BOOL WINAPI FindNextFileW(HANDLE find, WIN32_FIND_DATAW* data);
 BOOL WINAPI FindClose(HANDLE find);
 
 // The length without NUL, or the size that is needed when `size` does not suffice.

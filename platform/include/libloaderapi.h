@@ -19,10 +19,9 @@ HMODULE WINAPI LoadLibraryW(LPCWSTR name);
 HMODULE WINAPI LoadLibraryExW(LPCWSTR name, HANDLE file, DWORD flags);
 BOOL WINAPI FreeLibrary(HMODULE module);
 
-// Names are numbers, "#" with a decimal number, or text without regard to case. Where the language is not
-// there, its primary language and then the neutral one stand in; for a neutral language any does.
+// Names are numbers, or text without regard to case. Where a neutral
+// language is not there any other stands in.
 HRSRC WINAPI FindResourceExW(HMODULE module, LPCWSTR type, LPCWSTR name, WORD language);
-HRSRC WINAPI FindResourceW(HMODULE module, LPCWSTR name, LPCWSTR type);
 DWORD WINAPI SizeofResource(HMODULE module, HRSRC resource);
 HGLOBAL WINAPI LoadResource(HMODULE module, HRSRC resource);
 LPVOID WINAPI LockResource(HGLOBAL resource);  // valid until the module is freed

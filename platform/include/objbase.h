@@ -7,8 +7,6 @@
 
 #define CLSCTX_INPROC_SERVER 0x1u
 
-using LPCOLESTR = LPCWSTR;
-
 inline constexpr IID IID_IUnknown{0, 0, 0, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}};
 inline constexpr IID IID_IPersistFile{0x10B, 0, 0, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}};
 
@@ -20,11 +18,10 @@ struct IUnknown {
  protected:
   ~IUnknown() = default;
 };
-using LPUNKNOWN = IUnknown*;
 
 struct IPersistFile : IUnknown {
-  virtual HRESULT Load(LPCOLESTR name, DWORD mode) = 0;
-  virtual HRESULT Save(LPCOLESTR name, BOOL remember) = 0;
+  virtual HRESULT Load(LPCWSTR name, DWORD mode) = 0;
+  virtual HRESULT Save(LPCWSTR name, BOOL remember) = 0;
 
  protected:
   ~IPersistFile() = default;
@@ -32,4 +29,5 @@ struct IPersistFile : IUnknown {
 
 HRESULT WINAPI CoInitialize(LPVOID reserved);
 void WINAPI CoUninitialize();
-HRESULT WINAPI CoCreateInstance(REFCLSID classId, LPUNKNOWN outer, DWORD context, REFIID iid, LPVOID* object);
+HRESULT WINAPI CoCreateInstance(const CLSID& classId, IUnknown* outer, DWORD context, REFIID iid,
+                                LPVOID* object);

@@ -3,7 +3,6 @@
 
 #include <windef.h>
 
-using VARTYPE = WORD;
 using VARIANT_BOOL = SHORT;
 
 #define VT_EMPTY 0
@@ -12,13 +11,9 @@ using VARIANT_BOOL = SHORT;
 #define VARIANT_TRUE (static_cast<VARIANT_BOOL>(-1))
 
 struct PROPVARIANT {
-  VARTYPE vt;
-  WORD wReserved1;
-  WORD wReserved2;
-  WORD wReserved3;
+  WORD vt;
   union {
     ULONG ulVal;
     VARIANT_BOOL boolVal;
   };
 };
-using REFPROPVARIANT = const PROPVARIANT&;

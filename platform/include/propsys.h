@@ -15,7 +15,7 @@ inline constexpr IID IID_IPropertyStore{
 
 struct IPropertyStore : IUnknown {
   virtual HRESULT GetValue(REFPROPERTYKEY key, PROPVARIANT* value) = 0;
-  virtual HRESULT SetValue(REFPROPERTYKEY key, REFPROPVARIANT value) = 0;
+  virtual HRESULT SetValue(REFPROPERTYKEY key, const PROPVARIANT& value) = 0;
   virtual HRESULT Commit() = 0;
 
  protected:

@@ -1,4 +1,4 @@
-// Security identifiers from their text. Only the two-letter names that the layer knows are understood.
+// Security identifiers from their text. Only "IU", the interactive users, is understood.
 #pragma once
 
 #include <aclapi.h>

@@ -1,4 +1,4 @@
-// File operations of the shell: deletion of names with everything below them.
+// File operations of the shell: deletion of a name with everything below them.
 #pragma once
 
 #include <windef.h>
@@ -9,18 +9,13 @@
 #define FOF_NOCONFIRMATION 0x0010
 #define FOF_NOERRORUI 0x0400
 
-using FILEOP_FLAGS = WORD;
-
 struct SHFILEOPSTRUCTW {
   HWND hwnd;
   UINT wFunc;
-  LPCWSTR pFrom;  // a list of names, ended by an empty one
+  LPCWSTR pFrom;  // one name, ended by two NULs
   LPCWSTR pTo;
-  FILEOP_FLAGS fFlags;
+  WORD fFlags;
   BOOL fAnyOperationsAborted;
-  LPVOID hNameMappings;
-  LPCWSTR lpszProgressTitle;
 };
-using LPSHFILEOPSTRUCTW = SHFILEOPSTRUCTW*;
 
-int WINAPI SHFileOperationW(LPSHFILEOPSTRUCTW operation);  // 0, or an error code
+int WINAPI SHFileOperationW(SHFILEOPSTRUCTW* operation);  // 0, or an error code

@@ -14,7 +14,8 @@
 
 enum SHGFP_TYPE { SHGFP_TYPE_CURRENT };
 
-// The path buffers hold MAX_PATH units.
+// The path buffers hold MAX_PATH units. A folder that is not there fails the call, unless it is asked to
+// create it.
 BOOL WINAPI SHGetSpecialFolderPathW(HWND window, LPWSTR path, int folder, BOOL create);
 HRESULT WINAPI SHGetFolderPathW(HWND window, int folder, HANDLE token, DWORD type, LPWSTR path);
 // Creates missing parents too; answers an error code, ERROR_ALREADY_EXISTS when there was nothing to do.

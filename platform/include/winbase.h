@@ -26,7 +26,6 @@ UINT WINAPI SetErrorMode(UINT mode);
 BOOL WINAPI CloseHandle(HANDLE handle);
 HANDLE WINAPI CreateEventW(LPSECURITY_ATTRIBUTES security, BOOL manualReset, BOOL initialState, LPCWSTR name);
 BOOL WINAPI SetEvent(HANDLE event);
-BOOL WINAPI ResetEvent(HANDLE event);
 DWORD WINAPI WaitForSingleObject(HANDLE handle, DWORD milliseconds);
 DWORD WINAPI WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL waitAll, DWORD milliseconds);
 
@@ -68,10 +67,8 @@ struct SYSTEMTIME {
   WORD wSecond;
   WORD wMilliseconds;
 };
-using LPSYSTEMTIME = SYSTEMTIME*;
 
-void WINAPI GetLocalTime(LPSYSTEMTIME time);
-ULONGLONG WINAPI GetTickCount64();
+void WINAPI GetLocalTime(SYSTEMTIME* time);
 
 // ---- Version ----
 
@@ -94,8 +91,7 @@ struct OSVERSIONINFOEXW {
   BYTE wReserved;
 };
 static_assert(sizeof(OSVERSIONINFOEXW) == 284);
-using LPOSVERSIONINFOEXW = OSVERSIONINFOEXW*;
 
 DWORD WINAPI GetVersion();
 ULONGLONG WINAPI VerSetConditionMask(ULONGLONG mask, DWORD type, BYTE condition);
-BOOL WINAPI VerifyVersionInfoW(LPOSVERSIONINFOEXW wanted, DWORD types, DWORDLONG conditions);
+BOOL WINAPI VerifyVersionInfoW(OSVERSIONINFOEXW* wanted, DWORD types, DWORDLONG conditions);

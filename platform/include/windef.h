@@ -7,11 +7,7 @@
 
 #define WINAPI
 #define CALLBACK
-#define APIENTRY
 #define __stdcall
-#define STDMETHODCALLTYPE
-#define CONST const
-#define VOID void
 
 using BYTE = unsigned char;
 using WORD = std::uint16_t;
@@ -19,40 +15,28 @@ using DWORD = std::uint32_t;
 using UINT = std::uint32_t;
 using ULONG = std::uint32_t;
 using LONG = std::int32_t;
-using INT = std::int32_t;
 using BOOL = int;
-using CHAR = char;
 using WCHAR = char16_t;
 using USHORT = std::uint16_t;
 using SHORT = std::int16_t;
-using LONGLONG = std::int64_t;
 using ULONGLONG = std::uint64_t;
 using DWORDLONG = std::uint64_t;
-using UINT_PTR = std::uintptr_t;
 using LONG_PTR = std::intptr_t;
 using ULONG_PTR = std::uintptr_t;
-using DWORD_PTR = ULONG_PTR;
-using SIZE_T = std::size_t;
-using WPARAM = UINT_PTR;
+using WPARAM = ULONG_PTR;
 using LPARAM = LONG_PTR;
-using LRESULT = LONG_PTR;
 using HRESULT = std::int32_t;
 
-using PVOID = void*;
 using LPVOID = void*;
 using LPCVOID = const void*;
 using LPBYTE = BYTE*;
 using LPDWORD = DWORD*;
 using LPSTR = char*;
 using LPCSTR = const char*;
-using LPCCH = const char*;
 using LPWSTR = WCHAR*;
 using LPCWSTR = const WCHAR*;
-using LPCWCH = const WCHAR*;
-using LPBOOL = BOOL*;
 
 using HANDLE = void*;
-using HLOCAL = HANDLE;
 using HGLOBAL = HANDLE;
 #define DECLARE_HANDLE(name) \
   struct name##__;           \
@@ -62,7 +46,6 @@ DECLARE_HANDLE(HRSRC);
 DECLARE_HANDLE(HWND);
 DECLARE_HANDLE(HKEY);
 using HMODULE = HINSTANCE;
-using PHKEY = HKEY*;
 
 #define FALSE 0
 #define TRUE 1
@@ -70,8 +53,6 @@ using PHKEY = HKEY*;
 
 #define TEXT(quote) u##quote
 
-#define MAKELONG(a, b) \
-  (static_cast<LONG>(static_cast<WORD>(a) | (static_cast<DWORD>(static_cast<WORD>(b)) << 16)))
 #define LOWORD(l) (static_cast<WORD>((l)&0xffff))
 #define HIWORD(l) (static_cast<WORD>(((l) >> 16) & 0xffff))
 #define LOBYTE(w) (static_cast<BYTE>((w)&0xff))
@@ -87,11 +68,7 @@ struct FILETIME {
   DWORD dwHighDateTime;
 };
 
-struct SECURITY_ATTRIBUTES {
-  DWORD nLength;
-  LPVOID lpSecurityDescriptor;
-  BOOL bInheritHandle;
-};
+struct SECURITY_ATTRIBUTES;  // only null ones are taken
 using LPSECURITY_ATTRIBUTES = SECURITY_ATTRIBUTES*;
 
 struct GUID {
@@ -103,8 +80,6 @@ struct GUID {
 using IID = GUID;
 using CLSID = GUID;
 using REFIID = const IID&;
-using REFCLSID = const CLSID&;
-using REFGUID = const GUID&;
 
 inline bool operator==(const GUID& a, const GUID& b) {
   if (a.Data1 != b.Data1 || a.Data2 != b.Data2 || a.Data3 != b.Data3) return false;

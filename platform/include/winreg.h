@@ -12,10 +12,7 @@
 
 #define KEY_QUERY_VALUE 0x0001u
 #define KEY_SET_VALUE 0x0002u
-#define KEY_CREATE_SUB_KEY 0x0004u
 #define KEY_ENUMERATE_SUB_KEYS 0x0008u
-#define KEY_NOTIFY 0x0010u
-#define KEY_CREATE_LINK 0x0020u
 #define KEY_WOW64_64KEY 0x0100u
 #define KEY_WOW64_32KEY 0x0200u
 #define KEY_READ 0x20019u
@@ -30,24 +27,18 @@
 #define REG_MULTI_SZ 7u
 
 #define REG_OPTION_NON_VOLATILE 0u
-#define REG_CREATED_NEW_KEY 1u
-#define REG_OPENED_EXISTING_KEY 2u
 
 using REGSAM = DWORD;
 
-LSTATUS WINAPI RegOpenCurrentUser(REGSAM access, PHKEY result);
-LSTATUS WINAPI RegOpenKeyExW(HKEY key, LPCWSTR subkey, DWORD options, REGSAM access, PHKEY result);
+LSTATUS WINAPI RegOpenCurrentUser(REGSAM access, HKEY* result);
+LSTATUS WINAPI RegOpenKeyExW(HKEY key, LPCWSTR subkey, DWORD options, REGSAM access, HKEY* result);
 LSTATUS WINAPI RegCreateKeyExW(HKEY key, LPCWSTR subkey, DWORD reserved, LPWSTR className, DWORD options,
-                               REGSAM access, LPSECURITY_ATTRIBUTES security, PHKEY result,
+                               REGSAM access, LPSECURITY_ATTRIBUTES security, HKEY* result,
                                LPDWORD disposition);
 LSTATUS WINAPI RegCloseKey(HKEY key);
 LSTATUS WINAPI RegDeleteKeyW(HKEY key, LPCWSTR subkey);
 LSTATUS WINAPI RegEnumKeyExW(HKEY key, DWORD index, LPWSTR name, LPDWORD nameLength, LPDWORD reserved,
                              LPWSTR className, LPDWORD classLength, FILETIME* lastWrite);
-LSTATUS WINAPI RegQueryInfoKeyW(HKEY key, LPWSTR className, LPDWORD classLength, LPDWORD reserved,
-                                LPDWORD subkeys, LPDWORD longestSubkey, LPDWORD longestClass, LPDWORD values,
-                                LPDWORD longestValueName, LPDWORD longestData, LPDWORD securitySize,
-                                FILETIME* lastWrite);
 LSTATUS WINAPI RegQueryValueExW(HKEY key, LPCWSTR name, LPDWORD reserved, LPDWORD type, LPBYTE data,
                                 LPDWORD size);
 LSTATUS WINAPI RegQueryValueW(HKEY key, LPCWSTR subkey, LPWSTR data, LONG* size);

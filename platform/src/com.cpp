@@ -27,7 +27,7 @@ using namespace platform;
 
 HRESULT WINAPI CoInitialize(LPVOID reserved) {
   if (CallFails("CoInitialize", ERROR_OUTOFMEMORY)) return PlannedResult();
-  if (reserved) return E_INVALIDARG;
+  if (reserved) Unsupported("CoInitialize", "a reserved argument");
   if (initialisations++ > 0) return S_FALSE;
   initialised = new Counted("com");
   return S_OK;
@@ -39,7 +39,7 @@ void WINAPI CoUninitialize() {
   delete std::exchange(initialised, nullptr);
 }
 
-HRESULT WINAPI CoCreateInstance(REFCLSID classId, LPUNKNOWN outer, DWORD context, REFIID iid,
+HRESULT WINAPI CoCreateInstance(const CLSID& classId, IUnknown* outer, DWORD context, REFIID iid,
                                 LPVOID* object) {
   *object = nullptr;
   if (CallFails("CoCreateInstance", static_cast<DWORD>(REGDB_E_CLASSNOTREG))) return PlannedResult();

@@ -86,10 +86,10 @@ void CancelOutstanding(Chosen chosen) {
   for (const auto& request : requests) request->device->Cancel(request);
 }
 
-class DeviceHandle final : public Object {
+class DeviceHandle final : public KernelObject {
  public:
   DeviceHandle(std::shared_ptr<Device> target, DWORD access, bool isOverlapped)
-      : Object("device"), device(std::move(target)), overlapped(isOverlapped), access_(access) {}
+      : KernelObject("device"), device(std::move(target)), overlapped(isOverlapped), access_(access) {}
   ~DeviceHandle() override {
     CancelOutstanding([this](const Request& request) { return request.owner == this; });
     device->Close();

@@ -42,17 +42,6 @@ DWORD WaitForAny(const Waitables& objects, DWORD milliseconds, const std::functi
   return result;
 }
 
-namespace {
-BOOL Signal(HANDLE handle, bool signalled) {
-  const auto event = Find<Event>(handle);
-  if (!event) return FALSE;
-  std::lock_guard lock(TheKernel().mutex);
-  event->signalled = signalled;
-  if (signalled) TheKernel().changed.notify_all();
-  return TRUE;
-}
-}  // namespace
-
 }  // namespace platform
 
 using namespace platform;
@@ -67,12 +56,12 @@ HANDLE WINAPI CreateEventW(LPSECURITY_ATTRIBUTES security, BOOL manualReset, BOO
 
 BOOL WINAPI SetEvent(HANDLE event) {
   if (CallFails("SetEvent", ERROR_INVALID_HANDLE)) return FALSE;
-  return Signal(event, true);
-}
-
-BOOL WINAPI ResetEvent(HANDLE event) {
-  if (CallFails("ResetEvent", ERROR_INVALID_HANDLE)) return FALSE;
-  return Signal(event, false);
+  const auto object = Find<Event>(event);
+  if (!object) return FALSE;
+  std::lock_guard lock(TheKernel().mutex);
+  object->signalled = true;
+  TheKernel().changed.notify_all();
+  return TRUE;
 }
 
 DWORD WINAPI WaitForSingleObject(HANDLE handle, DWORD milliseconds) {

@@ -7,16 +7,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 
 #include "files.h"
-#include "folders.h"
 
 namespace platform {
 namespace {
-
-bool IsFolder(const std::filesystem::path& path) {
-  return std::filesystem::is_directory(path);
-}
 
 // What a call on an existing object of any kind starts with.
 DWORD ResolveExisting(LPCWSTR name, HostPath& host) {
@@ -27,8 +23,8 @@ DWORD ResolveExisting(LPCWSTR name, HostPath& host) {
 DWORD DeleteNamedFile(LPCWSTR name) {
   HostPath host;
   if (const DWORD error = ResolveExisting(name, host)) return error;
-  if (IsFolder(host.path) || !IsWritable(host.path)) return ERROR_ACCESS_DENIED;
-  return DeleteHostFile(host.path);
+  if (std::filesystem::is_directory(host.path) || !IsWritable(host.path)) return ERROR_ACCESS_DENIED;
+  return DeleteHostEntry(host.path);
 }
 
 DWORD CopyBytes(int from, int to) {
@@ -56,22 +52,6 @@ DWORD CopyNamedFile(LPCWSTR from, LPCWSTR to, BOOL failIfExists) {
   return error;
 }
 
-DWORD ChangeAttributes(LPCWSTR name, DWORD attributes) {
-  HostPath host;
-  if (const DWORD error = ResolveExisting(name, host)) return error;
-  struct stat status;
-  if (stat(host.path.c_str(), &status) != 0) return HostError();
-  const mode_t writing = attributes & FILE_ATTRIBUTE_READONLY ? 0 : S_IWUSR;
-  const mode_t mode = (status.st_mode & 07777 & ~mode_t{S_IWUSR}) | writing;
-  return chmod(host.path.c_str(), mode) == 0 ? 0 : HostError();
-}
-
-DWORD RemoveNamedFolder(LPCWSTR name) {
-  HostPath host;
-  if (const DWORD error = ResolveExisting(name, host)) return error;
-  return IsFolder(host.path) ? RemoveHostFolder(host.path) : ERROR_DIRECTORY;
-}
-
 BOOL Done(DWORD error) {
   if (error) SetLastError(error);
   return error == 0;
@@ -79,20 +59,13 @@ BOOL Done(DWORD error) {
 
 }  // namespace
 
-DWORD DeleteHostFile(const std::filesystem::path& path) {
-  if (!IsFolderWritable(path)) return ERROR_ACCESS_DENIED;
+DWORD DeleteHostEntry(const std::filesystem::path& path) {
+  if (!IsFolderWritable(path) || (std::filesystem::is_directory(path) && !IsWritable(path)))
+    return ERROR_ACCESS_DENIED;
   DWORD error = 0;
   const auto use = UseFile(path, DELETE, shareAll, &error);
   if (!use) return error;
-  return unlink(path.c_str()) == 0 ? 0 : HostError();
-}
-
-DWORD RemoveHostFolder(const std::filesystem::path& path) {
-  if (!IsFolderWritable(path) || !IsWritable(path)) return ERROR_ACCESS_DENIED;
-  DWORD error = 0;
-  const auto use = UseFile(path, DELETE, shareAll, &error);
-  if (!use) return error;
-  return rmdir(path.c_str()) == 0 ? 0 : HostError();
+  return std::remove(path.c_str()) == 0 ? 0 : HostError();
 }
 
 DWORD MakeFolder(std::u16string_view name) {
@@ -134,30 +107,17 @@ DWORD WINAPI GetFileAttributesW(LPCWSTR name) {
   return platform::Done(error) ? platform::AttributesOf(status) : INVALID_FILE_ATTRIBUTES;
 }
 
-BOOL WINAPI SetFileAttributesW(LPCWSTR name, DWORD attributes) {
-  if (platform::CallFails("SetFileAttributesW", ERROR_ACCESS_DENIED)) return FALSE;
-  if (attributes & ~(FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_NORMAL)) {
-    platform::Unsupported("SetFileAttributesW", "the attributes");
-  }
-  return platform::Done(platform::ChangeAttributes(name, attributes));
-}
-
 BOOL WINAPI CreateDirectoryW(LPCWSTR name, LPSECURITY_ATTRIBUTES security) {
   if (platform::CallFails("CreateDirectoryW", ERROR_ACCESS_DENIED)) return FALSE;
   if (security) platform::Unsupported("CreateDirectoryW", "security attributes");
   return platform::Done(platform::MakeFolder(name));
 }
 
-BOOL WINAPI RemoveDirectoryW(LPCWSTR name) {
-  if (platform::CallFails("RemoveDirectoryW", ERROR_ACCESS_DENIED)) return FALSE;
-  return platform::Done(platform::RemoveNamedFolder(name));
-}
-
 UINT WINAPI GetWindowsDirectoryW(LPWSTR buffer, UINT size) {
   if (platform::CallFails("GetWindowsDirectoryW", ERROR_NOT_ENOUGH_MEMORY)) return 0;
-  platform::FurnishGuest();
-  constexpr std::u16string_view folder = platform::windowsFolder;
+  constexpr std::u16string_view folder = u"C:\\Windows";
+  if (!platform::ResolvePath(folder).exists) platform::MakeFolder(folder);  // no drive C is without it
   if (size <= folder.size()) return static_cast<UINT>(folder.size() + 1);
-  std::copy_n(platform::windowsFolder, folder.size() + 1, buffer);
+  std::copy_n(folder.data(), folder.size() + 1, buffer);
   return static_cast<UINT>(folder.size());
 }

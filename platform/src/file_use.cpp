@@ -28,7 +28,7 @@ Uses& TheUses() {
 // The sharing that others must grant for this access.
 DWORD NeededShare(DWORD access) {
   DWORD share = 0;
-  if (access & (FILE_READ_DATA | FILE_EXECUTE)) share |= FILE_SHARE_READ;
+  if (access & FILE_READ_DATA) share |= FILE_SHARE_READ;
   if (access & (FILE_WRITE_DATA | FILE_APPEND_DATA)) share |= FILE_SHARE_WRITE;
   if (access & DELETE) share |= FILE_SHARE_DELETE;
   return share;
@@ -57,9 +57,9 @@ bool FileUse::agreesWith(const FileUse& other) const {
 DWORD MapGenericRights(DWORD access) {
   if (access & GENERIC_READ) access |= FILE_GENERIC_READ;
   if (access & GENERIC_WRITE) access |= FILE_GENERIC_WRITE;
-  if (access & GENERIC_EXECUTE) access |= FILE_GENERIC_EXECUTE;
-  if (access & GENERIC_ALL) access |= FILE_ALL_ACCESS;
-  return access & ~(GENERIC_READ | GENERIC_WRITE | GENERIC_EXECUTE | GENERIC_ALL);
+  access &= ~(GENERIC_READ | GENERIC_WRITE);
+  if ((access & ~FILE_ALL_ACCESS) != 0) Unsupported("files", "access rights");
+  return access;
 }
 
 std::shared_ptr<FileUse> UseDescriptor(int descriptor, DWORD access, DWORD share, DWORD* error) {

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <map>
 
 #include "devices.h"
 
@@ -17,7 +18,7 @@ constexpr DWORD writingRights = FILE_WRITE_DATA | FILE_APPEND_DATA;
 
 int HostFlags(DWORD access, bool folder) {
   if (folder) return O_RDONLY | O_DIRECTORY | O_CLOEXEC;
-  const bool reads = access & (FILE_READ_DATA | FILE_EXECUTE), writes = access & writingRights;
+  const bool reads = access & FILE_READ_DATA, writes = access & writingRights;
   return (!writes ? O_RDONLY : reads ? O_RDWR : O_WRONLY) | O_CLOEXEC;
 }
 
@@ -54,31 +55,16 @@ BOOL Fail(DWORD error) {
 }  // namespace
 
 DWORD HostError() {
-  switch (errno) {
-    case ENOENT:
-      return ERROR_FILE_NOT_FOUND;
-    case ENOTDIR:
-      return ERROR_PATH_NOT_FOUND;
-    case EACCES:
-    case EPERM:
-    case EROFS:
-    case EISDIR:
-      return ERROR_ACCESS_DENIED;
-    case EEXIST:
-      return ERROR_FILE_EXISTS;
-    case ENOTEMPTY:
-      return ERROR_DIR_NOT_EMPTY;
-    case ENOSPC:
-    case EDQUOT:
-      return ERROR_DISK_FULL;
-    case EMFILE:
-    case ENFILE:
-      return ERROR_TOO_MANY_OPEN_FILES;
-    case ENAMETOOLONG:
-      return ERROR_INVALID_NAME;
-    default:
-      return ERROR_GEN_FAILURE;
-  }
+  static const std::map<int, DWORD> errors = {
+      {ENOENT, ERROR_FILE_NOT_FOUND},      {ENOTDIR, ERROR_PATH_NOT_FOUND},
+      {EACCES, ERROR_ACCESS_DENIED},       {EPERM, ERROR_ACCESS_DENIED},
+      {EROFS, ERROR_ACCESS_DENIED},        {EISDIR, ERROR_ACCESS_DENIED},
+      {EEXIST, ERROR_FILE_EXISTS},         {ENOTEMPTY, ERROR_DIR_NOT_EMPTY},
+      {ENOSPC, ERROR_DISK_FULL},           {EDQUOT, ERROR_DISK_FULL},
+      {EMFILE, ERROR_TOO_MANY_OPEN_FILES}, {ENFILE, ERROR_TOO_MANY_OPEN_FILES},
+      {ENAMETOOLONG, ERROR_INVALID_NAME}};
+  const auto known = errors.find(errno);
+  return known == errors.end() ? ERROR_GEN_FAILURE : known->second;
 }
 
 bool IsWritable(const std::filesystem::path& path) {
@@ -186,41 +172,31 @@ BOOL WINAPI WriteFile(HANDLE file, LPCVOID buffer, DWORD size, LPDWORD written, 
   if (written) *written = 0;
   const auto object = platform::Find<FileObject>(file);
   if (!object) return FALSE;
-  if (overlapped && overlapped->hEvent) platform::Unsupported("WriteFile", "an event");
-  const bool toEnd = overlapped && overlapped->Offset == 0xFFFFFFFF && overlapped->OffsetHigh == 0xFFFFFFFF;
+  const bool toEnd = overlapped != nullptr;
+  if (toEnd &&
+      (overlapped->Offset != 0xFFFFFFFF || overlapped->OffsetHigh != 0xFFFFFFFF || overlapped->hEvent)) {
+    platform::Unsupported("WriteFile", "an offset or an event");
+  }
   // A handle that may only append has no other place to write to.
   const bool appends = toEnd || !(object->access & FILE_WRITE_DATA);
   if (!(object->access & (FILE_WRITE_DATA | FILE_APPEND_DATA))) return platform::Fail(ERROR_ACCESS_DENIED);
   const int descriptor = object->use->descriptor();
   std::lock_guard lock(object->position);
-  if (overlapped && !appends) {
-    const auto offset = (static_cast<std::uint64_t>(overlapped->OffsetHigh) << 32) | overlapped->Offset;
-    if (lseek(descriptor, static_cast<off_t>(offset), SEEK_SET) < 0) {
-      return platform::Fail(ERROR_INVALID_PARAMETER);
-    }
-  }
   const iovec bytes{const_cast<void*>(buffer), size};
   const ssize_t count = pwritev2(descriptor, &bytes, 1, -1, appends ? RWF_APPEND : 0);
   if (count < 0) return platform::Fail(platform::HostError());
   if (written) *written = static_cast<DWORD>(count);
-  if (overlapped) {
-    overlapped->Internal = 0;
-    overlapped->InternalHigh = static_cast<ULONG_PTR>(count);
-  }
   return static_cast<DWORD>(count) == size ? TRUE : platform::Fail(ERROR_DISK_FULL);
 }
 
-BOOL WINAPI GetFileInformationByHandle(HANDLE file, LPBY_HANDLE_FILE_INFORMATION information) {
+BOOL WINAPI GetFileInformationByHandle(HANDLE file, BY_HANDLE_FILE_INFORMATION* information) {
   if (platform::CallFails("GetFileInformationByHandle", ERROR_GEN_FAILURE)) return FALSE;
   const auto object = platform::Find<FileObject>(file);
   if (!object) return FALSE;
   struct stat status;
   if (fstat(object->use->descriptor(), &status) != 0) return platform::Fail(platform::HostError());
-  platform::FillRecord(status, *information);
   const auto index = static_cast<std::uint64_t>(status.st_ino);
-  information->dwVolumeSerialNumber = static_cast<DWORD>(status.st_dev);
-  information->nNumberOfLinks = static_cast<DWORD>(status.st_nlink);
-  information->nFileIndexHigh = static_cast<DWORD>(index >> 32);
-  information->nFileIndexLow = static_cast<DWORD>(index);
+  *information = {static_cast<DWORD>(status.st_dev), static_cast<DWORD>(index >> 32),
+                  static_cast<DWORD>(index)};
   return TRUE;
 }

@@ -17,10 +17,10 @@
 namespace platform {
 
 // An open file or folder.
-class FileObject final : public Object {
+class FileObject final : public KernelObject {
  public:
   FileObject(std::shared_ptr<FileUse> itsUse, DWORD itsAccess)
-      : Object("file"), use(std::move(itsUse)), access(itsAccess) {}
+      : KernelObject("file"), use(std::move(itsUse)), access(itsAccess) {}
 
   const std::shared_ptr<FileUse> use;
   const DWORD access;   // without generic rights
@@ -45,29 +45,11 @@ bool IsFolderWritable(const std::filesystem::path& path);
 DWORD ReadWholeFile(std::u16string_view name, std::string& bytes);
 DWORD WriteWholeFile(std::u16string_view name, std::string_view bytes);
 
-DWORD DeleteHostFile(const std::filesystem::path& path);
-DWORD RemoveHostFolder(const std::filesystem::path& path);
+DWORD DeleteHostEntry(const std::filesystem::path& path);  // a file, or an empty folder
 DWORD MakeFolder(std::u16string_view name);
 DWORD MakeFolders(std::u16string_view name);  // with its parents; no error when it exists
 
 DWORD AttributesOf(const struct stat& status);
-// Fills the fields that a record of an open file and one of a search have in common.
-template <class Record>
-void FillRecord(const struct stat& status, Record& record) {
-  const auto convert = [](const timespec& time) {
-    constexpr std::uint64_t secondsFrom1601To1970 = 11644473600;
-    const std::uint64_t ticks = (static_cast<std::uint64_t>(time.tv_sec) + secondsFrom1601To1970) * 10000000 +
-                                static_cast<std::uint64_t>(time.tv_nsec) / 100;
-    return FILETIME{static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
-  };
-  const auto size = S_ISDIR(status.st_mode) ? 0 : static_cast<std::uint64_t>(status.st_size);
-  record.dwFileAttributes = AttributesOf(status);
-  record.ftCreationTime = convert(status.st_ctim);
-  record.ftLastAccessTime = convert(status.st_atim);
-  record.ftLastWriteTime = convert(status.st_mtim);
-  record.nFileSizeHigh = static_cast<DWORD>(size >> 32);
-  record.nFileSizeLow = static_cast<DWORD>(size);
-}
 
 // A new file starts with the default access list even where the host gives it the identity of a deleted one.
 void ForgetAccessList(FileIdentity identity);

@@ -22,8 +22,7 @@ class Search final : public Object {
       const std::u16string& name = names_[next_++];
       struct stat status;
       if (stat((folder_ / ToUtf8(name)).c_str(), &status) != 0) continue;
-      data = {};
-      FillRecord(status, data);
+      data = {AttributesOf(status), {}};
       std::copy_n(name.begin(), std::min<std::size_t>(name.size(), MAX_PATH - 1), data.cFileName);
       return true;
     }
@@ -37,36 +36,16 @@ class Search final : public Object {
   std::size_t next_ = 0;
 };
 
-// "*" stands for any units, "?" for one; the last "*" is widened wherever the rest does not fit.
-bool Matches(std::u16string_view pattern, std::u16string_view name) {
-  constexpr auto none = std::u16string_view::npos;
-  std::size_t p = 0, n = 0, star = none, starName = 0;
-  while (n < name.size()) {
-    if (p < pattern.size() && pattern[p] == u'*') {
-      star = p++;
-      starName = n;
-    } else if (p < pattern.size() && (pattern[p] == u'?' || Upcase(pattern[p]) == Upcase(name[n]))) {
-      ++p;
-      ++n;
-    } else if (star != none) {
-      p = star + 1;
-      n = ++starName;
-    } else {
-      return false;
-    }
-  }
-  return pattern.find_first_not_of(u'*', p) == none;
-}
-
 DWORD Begin(std::u16string_view pattern, WIN32_FIND_DATAW& data, std::shared_ptr<Search>& search) {
   const std::size_t split = pattern.find_last_of(u"\\/") + 1;  // 0 without a separator
   const HostPath host = ResolvePath(split == 0 ? u"." : pattern.substr(0, split));
   if (host.error) return host.error;
   if (!host.exists || !fs::is_directory(host.path)) return ERROR_PATH_NOT_FOUND;
-  std::u16string_view wanted = pattern.substr(split);
-  if (wanted.find_first_of(u"<>:\"|") != std::u16string_view::npos) return ERROR_INVALID_NAME;
-  if (wanted == u"*.*") wanted = u"*";
-  if (wanted.ends_with(u'.')) Unsupported("FindFirstFileW", "a pattern that ends in a dot");
+  const std::u16string_view wanted = pattern.substr(split), ending = wanted.substr(wanted.starts_with(u'*'));
+  if (ending == wanted || ending.ends_with(u'.') ||
+      ending.find_first_of(u"*?") != std::u16string_view::npos) {
+    Unsupported("FindFirstFileW", "a pattern other than an asterisk and an ending");
+  }
   std::vector<std::u16string> names;
   std::error_code failed;
   for (fs::directory_iterator i(host.path, failed), end; !failed && i != end; i.increment(failed)) {
@@ -78,7 +57,9 @@ DWORD Begin(std::u16string_view pattern, WIN32_FIND_DATAW& data, std::shared_ptr
     return order != 0 ? order < 0 : a < b;
   });
   names.insert(names.begin(), {u".", u".."});
-  std::erase_if(names, [&](const std::u16string& name) { return !Matches(wanted, name); });
+  std::erase_if(names, [&](std::u16string_view name) {
+    return name.size() < ending.size() || !EqualNames(name.substr(name.size() - ending.size()), ending);
+  });
   search = std::make_shared<Search>(host.path, std::move(names));
   return search->Next(data) ? 0 : ERROR_FILE_NOT_FOUND;
 }
@@ -86,7 +67,7 @@ DWORD Begin(std::u16string_view pattern, WIN32_FIND_DATAW& data, std::shared_ptr
 }  // namespace
 }  // namespace platform
 
-HANDLE WINAPI FindFirstFileW(LPCWSTR pattern, LPWIN32_FIND_DATAW data) {
+HANDLE WINAPI FindFirstFileW(LPCWSTR pattern, WIN32_FIND_DATAW* data) {
   if (platform::CallFails("FindFirstFileW", ERROR_ACCESS_DENIED)) return INVALID_HANDLE_VALUE;
   std::shared_ptr<platform::Search> search;
   if (const DWORD error = platform::Begin(pattern, *data, search)) {
@@ -96,7 +77,7 @@ HANDLE WINAPI FindFirstFileW(LPCWSTR pattern, LPWIN32_FIND_DATAW data) {
   return platform::AddHandle(std::move(search));
 }
 
-BOOL WINAPI FindNextFileW(HANDLE find, LPWIN32_FIND_DATAW data) {
+BOOL WINAPI FindNextFileW(HANDLE find, WIN32_FIND_DATAW* data) {
   if (platform::CallFails("FindNextFileW", ERROR_NO_MORE_FILES)) return FALSE;
   const auto search = platform::Find<platform::Search>(find);
   if (!search) return FALSE;
@@ -107,7 +88,5 @@ BOOL WINAPI FindNextFileW(HANDLE find, LPWIN32_FIND_DATAW data) {
 
 BOOL WINAPI FindClose(HANDLE find) {
   platform::CallPasses("FindClose");
-  if (!platform::Find<platform::Search>(find)) return FALSE;
-  platform::RemoveHandle(find);
-  return TRUE;
+  return platform::Close<platform::Search>("FindClose", find) != nullptr;
 }

@@ -1,8 +1,6 @@
 // The shell's side of folders: special folders, creation with parents, deletion of whole trees, and the
 // record of change notifications. A read-only file does not stop a tree's deletion; a denied folder and an
 // open file do.
-#include "folders.h"
-
 #include <platform/control.h>
 #include <shlobj.h>
 
@@ -17,27 +15,14 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr char16_t profileFolder[] = u"C:\\Users\\guest";
-constexpr char16_t roamingFolder[] = u"C:\\Users\\guest\\AppData\\Roaming";
-constexpr char16_t localFolder[] = u"C:\\Users\\guest\\AppData\\Local";
-constexpr char16_t programsFolder[] =
-    u"C:\\Users\\guest\\AppData\\Roaming\\Microsoft\\Windows\\Start Menu\\Programs";
-
 std::u16string_view SpecialFolder(const char* function, int folder) {
-  switch (folder) {
-    case CSIDL_PROGRAMS:
-      return programsFolder;
-    case CSIDL_APPDATA:
-      return roamingFolder;
-    case CSIDL_LOCAL_APPDATA:
-      return localFolder;
-    default:
-      Unsupported(function, "the folder");
-  }
+  if (folder == CSIDL_APPDATA) return u"C:\\Users\\guest\\AppData\\Roaming";
+  if (folder == CSIDL_LOCAL_APPDATA) return u"C:\\Users\\guest\\AppData\\Local";
+  if (folder != CSIDL_PROGRAMS) Unsupported(function, "the folder");
+  return u"C:\\Users\\guest\\AppData\\Roaming\\Microsoft\\Windows\\Start Menu\\Programs";
 }
 
 DWORD GiveSpecialFolder(const char* function, int folder, bool create, LPWSTR path) {
-  FurnishGuest();
   const std::u16string_view name = SpecialFolder(function, folder);
   if (const DWORD error = create ? MakeFolders(name) : 0) return error;
   const HostPath host = ResolvePath(name);
@@ -49,7 +34,7 @@ DWORD GiveSpecialFolder(const char* function, int folder, bool create, LPWSTR pa
 
 // Deletes in the order of names and stops at the first entry that cannot go.
 DWORD DeleteTree(const fs::path& path) {
-  if (!fs::is_directory(fs::symlink_status(path))) return DeleteHostFile(path);
+  if (!fs::is_directory(fs::symlink_status(path))) return DeleteHostEntry(path);
   std::vector<fs::path> entries;
   std::error_code failed;
   for (fs::directory_iterator i(path, failed), end; !failed && i != end; i.increment(failed)) {
@@ -60,7 +45,7 @@ DWORD DeleteTree(const fs::path& path) {
   for (const fs::path& entry : entries) {
     if (const DWORD error = DeleteTree(entry)) return error;
   }
-  return RemoveHostFolder(path);
+  return DeleteHostEntry(path);
 }
 
 struct Notifications {
@@ -73,13 +58,6 @@ Notifications& TheNotifications() {
 }
 
 }  // namespace
-
-void FurnishGuest() {
-  if (!ResolvePath(windowsFolder).exists) MakeFolders(windowsFolder);
-  if (ResolvePath(profileFolder).exists) return;
-  MakeFolders(programsFolder);
-  MakeFolders(localFolder);
-}
 
 std::vector<LONG> TakeChangeNotifications() {
   std::lock_guard lock(TheNotifications().mutex);
@@ -111,7 +89,7 @@ int WINAPI SHCreateDirectoryExW(HWND, LPCWSTR path, const SECURITY_ATTRIBUTES* s
   return static_cast<int>(platform::MakeFolders(path));
 }
 
-int WINAPI SHFileOperationW(LPSHFILEOPSTRUCTW operation) {
+int WINAPI SHFileOperationW(SHFILEOPSTRUCTW* operation) {
   constexpr auto name = "SHFileOperationW";
   if (platform::CallFails(name, ERROR_ACCESS_DENIED)) return static_cast<int>(platform::PlannedError());
   if (operation->wFunc != FO_DELETE || operation->pTo || operation->hwnd ||
@@ -119,15 +97,12 @@ int WINAPI SHFileOperationW(LPSHFILEOPSTRUCTW operation) {
     platform::Unsupported(name, "anything but silent deletion");
   }
   operation->fAnyOperationsAborted = FALSE;
-  for (std::u16string_view path = operation->pFrom; !path.empty(); path = path.data() + path.size() + 1) {
-    if (path.find_first_of(u"*?") != std::u16string_view::npos) platform::Unsupported(name, "wildcards");
-    const platform::HostPath host = platform::ResolvePath(path);
-    const DWORD error = host.error     ? host.error
-                        : !host.exists ? ERROR_FILE_NOT_FOUND
-                                       : platform::DeleteTree(host.path);
-    if (error) return static_cast<int>(error);
-  }
-  return 0;
+  const std::u16string_view path = operation->pFrom;
+  if (operation->pFrom[path.size() + 1] != 0) platform::Unsupported(name, "several names");
+  if (path.find_first_of(u"*?") != std::u16string_view::npos) platform::Unsupported(name, "wildcards");
+  const platform::HostPath host = platform::ResolvePath(path);
+  if (!host.error && host.exists) return static_cast<int>(platform::DeleteTree(host.path));
+  return static_cast<int>(host.error ? host.error : ERROR_FILE_NOT_FOUND);
 }
 
 void WINAPI SHChangeNotify(LONG event, UINT flags, LPCVOID item1, LPCVOID item2) {

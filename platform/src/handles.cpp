@@ -1,5 +1,5 @@
-// The handle table and the census. A handle is a number from a counter dressed as a pointer; closing it drops
-// the table's share of the object, which lives on while a call still uses it.
+// The handle table and the census. A handle is a number from a counter in the shape of a pointer; closing it
+// drops the table's share of the object, which lives on while a call still uses it.
 #include <platform/control.h>
 #include <map>
 #include <mutex>
@@ -76,7 +76,5 @@ std::map<std::string, std::size_t> Census() {
 // Objects release what they hold in their destructors, after the table has let go of its lock.
 BOOL WINAPI CloseHandle(HANDLE handle) {
   platform::CallPasses("CloseHandle");
-  if (platform::RemoveHandle(handle)) return TRUE;
-  SetLastError(ERROR_INVALID_HANDLE);
-  return FALSE;
+  return platform::Close<platform::KernelObject>("CloseHandle", handle) != nullptr;
 }

@@ -222,15 +222,13 @@ LSTATUS OpenPath(const View& from, std::u16string_view path, DWORD access, View&
 
 // Keys that were made before a component fails stay, as on Windows.
 LSTATUS CreatePath(std::shared_ptr<Node> from, std::u16string_view path, DWORD access,
-                   std::shared_ptr<Node>& made, bool& isNew) {
+                   std::shared_ptr<Node>& made) {
   if (path.starts_with(u'\\')) return ERROR_BAD_PATHNAME;
-  isNew = false;
   made = std::move(from);
   for (std::u16string_view name; NextName(path, name);) {
     made = InView(made, name, access);
     auto next = FindSubkey(*made, name);
-    isNew = !next;
-    if (isNew) {
+    if (!next) {
       if (name.size() > maxKeyName || made->depth == deepestKey) return ERROR_INVALID_PARAMETER;
       next = AddSubkey(*made, name);
       if (Forbidden(*next)) {

@@ -82,7 +82,7 @@ LSTATUS NodeOf(const char* function, HKEY handle, DWORD rights, std::shared_ptr<
 // only the choice of the 32-bit view matters here.
 LSTATUS OpenPath(const View& from, std::u16string_view path, DWORD access, View& found);
 LSTATUS CreatePath(std::shared_ptr<Node> from, std::u16string_view path, DWORD access,
-                   std::shared_ptr<Node>& made, bool& isNew);
+                   std::shared_ptr<Node>& made);
 const Value* FindValue(const View& view, std::u16string_view name);
 // A value's type and data as RegQueryValueExW hands them out: the size alone without a buffer, and a NUL
 // after a text that was stored without one, where there is room.

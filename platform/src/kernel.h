@@ -19,10 +19,10 @@ struct Kernel {
 Kernel& TheKernel();
 
 // An object that a wait can name.
-class Waitable : public Object {
+class Waitable : public KernelObject {
  public:
   Waitable(const char* kind, bool isAutoReset, bool isSignalled)
-      : Object(kind), autoReset(isAutoReset), signalled(isSignalled) {}
+      : KernelObject(kind), autoReset(isAutoReset), signalled(isSignalled) {}
   const bool autoReset;  // the wait that sees the signal takes it
   bool signalled;
 };
@@ -43,6 +43,5 @@ bool FindWaitables(DWORD count, const HANDLE* handles, Waitables& found);
 DWORD WaitForAny(const Waitables& objects, DWORD milliseconds, const std::function<bool()>& hasInput = {});
 
 DWORD ThisThreadId();
-ULONGLONG TickCount();
 
 }  // namespace platform

@@ -53,6 +53,24 @@ std::shared_ptr<T> Find(const void* handle) {
   return object;
 }
 
+// What CloseHandle closes.
+class KernelObject : public Object {
+ public:
+  using Object::Object;
+};
+
+// For the call that closes handles of T: takes the handle out of the table. Null with the last error
+// ERROR_INVALID_HANDLE for an unknown one; a handle that another call closes is a message and an abort.
+template <class T>
+std::shared_ptr<T> Close(const char* function, const void* handle) {
+  if (!FindObject(handle)) {
+    SetLastError(ERROR_INVALID_HANDLE);
+    return nullptr;
+  }
+  if (!Find<T>(handle)) Unsupported(function, "a handle of another kind");
+  return std::static_pointer_cast<T>(RemoveHandle(handle));
+}
+
 // Counts what has no handle (interfaces, local memory) in the census, for as long as the guard lives.
 class Counted {
  public:

@@ -4,7 +4,7 @@
 
 #include <shobjidl.h>
 
-#include <algorithm>
+#include "layer.h"
 
 namespace platform {
 namespace {
@@ -71,12 +71,13 @@ std::string LinkInformation(const std::u16string& target) {
   return Sized(info);
 }
 
-std::string PropertyStorage(const GUID& format, const std::vector<Property>& properties) {
+std::string PropertyStorage(const std::vector<Property>& properties) {
+  const GUID& format = properties.front().key.fmtid;
   std::string storage;
   Put(storage, storageVersion);
   PutGuid(storage, format);
   for (const Property& property : properties) {
-    if (!(property.key.fmtid == format)) continue;
+    if (!(property.key.fmtid == format)) Unsupported("links", "properties of two sets");
     std::string value;
     Put(value, property.key.pid);
     Put(value, 0, 1);
@@ -160,7 +161,7 @@ bool ReadProperties(Reader store, std::vector<Property>& properties) {
       Reader field = storage.Sized();
       Property property{{format, field.Number()}, {}};
       field.Bytes(1);
-      property.value.vt = static_cast<VARTYPE>(field.Number());
+      property.value.vt = static_cast<WORD>(field.Number());
       if (property.value.vt == VT_UI4) {
         property.value.ulVal = field.Number();
       } else {
@@ -193,12 +194,7 @@ std::string LinkBytes(const Link& link) {
   if (!link.properties.empty()) {
     std::string block;
     Put(block, propertyBlock);
-    std::vector<GUID> formats;
-    for (const Property& property : link.properties) {
-      if (std::find(formats.begin(), formats.end(), property.key.fmtid) != formats.end()) continue;
-      formats.push_back(property.key.fmtid);
-      block += PropertyStorage(formats.back(), link.properties);
-    }
+    block += PropertyStorage(link.properties);
     Put(block, 0);  // no more storages
     bytes += Sized(block);
   }

@@ -44,31 +44,12 @@ void NoteInput(Queue& queue) {
   TheKernel().changed.notify_all();
 }
 
-MSG MakeMessage(UINT message, WPARAM wParam, LPARAM lParam) {
-  return {nullptr, message, wParam, lParam, static_cast<DWORD>(TickCount()), {0, 0}};
-}
-
-DWORD WaitForInput(DWORD count, const HANDLE* handles, DWORD milliseconds, DWORD wakeMask,
-                   bool seenInputCounts) {
-  Queue& queue = OwnQueue();
-  if (count >= MAXIMUM_WAIT_OBJECTS) {  // the queue takes one of the places
-    SetLastError(ERROR_INVALID_PARAMETER);
-    return WAIT_FAILED;
-  }
-  Waitables objects;
-  if (!FindWaitables(count, handles, objects)) return WAIT_FAILED;
-  return WaitForAny(objects, milliseconds, [&] {
-    if ((wakeMask & QS_POSTMESSAGE) == 0) return false;
-    return queue.newInput || (seenInputCounts && (!queue.posted.empty() || queue.quit));
-  });
-}
-
 }  // namespace
 }  // namespace platform
 
 using namespace platform;
 
-BOOL WINAPI PeekMessageW(LPMSG message, HWND window, UINT first, UINT last, UINT remove) {
+BOOL WINAPI PeekMessageW(MSG* message, HWND window, UINT first, UINT last, UINT remove) {
   CallPasses("PeekMessageW");
   if (window != nullptr) Unsupported("PeekMessageW", "a window");
   if ((remove & ~PM_REMOVE) != 0) Unsupported("PeekMessageW", "flags");
@@ -83,12 +64,12 @@ BOOL WINAPI PeekMessageW(LPMSG message, HWND window, UINT first, UINT last, UINT
   }
   if (!queue.quit) return FALSE;
   // The range does not hold back a quit.
-  *message = MakeMessage(WM_QUIT, static_cast<WPARAM>(*queue.quit), 0);
+  *message = {nullptr, WM_QUIT, static_cast<WPARAM>(*queue.quit), 0};
   if (remove == PM_REMOVE) queue.quit.reset();
   return TRUE;
 }
 
-LRESULT WINAPI DispatchMessageW(const MSG* message) {
+LONG_PTR WINAPI DispatchMessageW(const MSG* message) {
   CallPasses("DispatchMessageW");
   if (message->hwnd != nullptr) Unsupported("DispatchMessageW", "a window");
   return 0;
@@ -102,7 +83,7 @@ BOOL WINAPI PostThreadMessageW(DWORD thread, UINT message, WPARAM wParam, LPARAM
     SetLastError(ERROR_INVALID_THREAD_ID);
     return FALSE;
   }
-  entry->second->posted.push_back(MakeMessage(message, wParam, lParam));
+  entry->second->posted.push_back({nullptr, message, wParam, lParam});
   NoteInput(*entry->second);
   return TRUE;
 }
@@ -115,16 +96,19 @@ void WINAPI PostQuitMessage(int exitCode) {
   NoteInput(queue);
 }
 
-DWORD WINAPI MsgWaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL waitAll, DWORD milliseconds,
-                                       DWORD wakeMask) {
-  if (CallFails("MsgWaitForMultipleObjects", ERROR_NOT_ENOUGH_MEMORY)) return WAIT_FAILED;
-  if (waitAll) Unsupported("MsgWaitForMultipleObjects", "waiting for all");
-  return WaitForInput(count, handles, milliseconds, wakeMask, false);
-}
-
 DWORD WINAPI MsgWaitForMultipleObjectsEx(DWORD count, const HANDLE* handles, DWORD milliseconds,
                                          DWORD wakeMask, DWORD flags) {
   if (CallFails("MsgWaitForMultipleObjectsEx", ERROR_NOT_ENOUGH_MEMORY)) return WAIT_FAILED;
   if ((flags & ~MWMO_INPUTAVAILABLE) != 0) Unsupported("MsgWaitForMultipleObjectsEx", "flags");
-  return WaitForInput(count, handles, milliseconds, wakeMask, flags != 0);
+  const Queue& queue = OwnQueue();
+  if (count >= MAXIMUM_WAIT_OBJECTS) {  // the queue takes one of the places
+    SetLastError(ERROR_INVALID_PARAMETER);
+    return WAIT_FAILED;
+  }
+  Waitables objects;
+  if (!FindWaitables(count, handles, objects)) return WAIT_FAILED;
+  return WaitForAny(objects, milliseconds, [&] {
+    if ((wakeMask & QS_POSTMESSAGE) == 0) return false;
+    return queue.newInput || (flags != 0 && (!queue.posted.empty() || queue.quit));
+  });
 }

@@ -44,18 +44,7 @@ class DirectoryReader {
     size_ = section->rawSize - (root_.address - section->address);
 
     ResourceTree tree;
-    const bool read = Directory(subdirectory, [&](const ResourceName& type, DWORD names) {
-      return Directory(names, [&](const ResourceName& name, DWORD languages) {
-        return Directory(languages, [&](const ResourceName& language, DWORD leaf) {
-          const WORD* id = std::get_if<WORD>(&language);
-          Resource resource;
-          if (!id || !Leaf(leaf, resource)) return false;
-          tree[type][name].emplace(*id, std::move(resource));
-          return true;
-        });
-      });
-    });
-    if (!read) return {};
+    if (!Read(subdirectory, tree)) return {};
     return tree;
   }
 
@@ -71,43 +60,47 @@ class DirectoryReader {
   // Offsets in directories count from the root's first byte.
   bool Has(DWORD offset, DWORD size) const { return Within(offset, size, size_); }
 
-  template <class Visit>
-  bool Directory(DWORD target, Visit visit) {
+  // What the second field of an entry points to: another directory, or a data entry.
+  template <class Name, class Child>
+  bool Read(DWORD target, std::map<Name, Child>& children) {
     const DWORD offset = target & ~subdirectory;
     if ((target & subdirectory) == 0 || !Has(offset, 16)) return false;
     const DWORD count = DWORD{image_.Get16(start_ + offset + 12)} + image_.Get16(start_ + offset + 14);
     if (!Has(offset + 16, count * 8) || !Pay(16 + count * 8)) return false;
     for (DWORD i = 0; i < count; ++i) {
       const std::size_t entry = start_ + offset + 16 + i * 8;
-      const auto name = Name(image_.Get32(entry));
-      if (!name || !visit(*name, image_.Get32(entry + 4))) return false;
+      Name name;
+      if (!ReadName(image_.Get32(entry), name)) return false;
+      if (!Read(image_.Get32(entry + 4), children[name])) return false;
     }
     return true;
   }
 
-  std::optional<ResourceName> Name(DWORD field) {
-    if ((field & subdirectory) == 0) {
-      if (field > 0xFFFF) return {};
-      return static_cast<WORD>(field);
-    }
-    const DWORD offset = field & ~subdirectory;
-    if (!Has(offset, 2)) return {};
-    const DWORD length = image_.Get16(start_ + offset);
-    if (!Has(offset + 2, length * 2) || !Pay(length * 2)) return {};
-    std::u16string text(length, u'\0');
-    for (DWORD i = 0; i < length; ++i) text[i] = image_.Get16(start_ + offset + 2 + i * 2);
-    return text;
-  }
-
-  bool Leaf(DWORD offset, Resource& resource) {
+  bool Read(DWORD offset, Resource& resource) {
     if (!Has(offset, 16)) return false;
     const DWORD size = image_.Get32(start_ + offset + 4);
-    resource.codePage = image_.Get32(start_ + offset + 8);
+    resource = {{}, image_.Get32(start_ + offset + 8)};
     if (size == 0) return true;
     const auto data = image_.OffsetOf(image_.Get32(start_ + offset), size);
     if (!data || !Pay(size)) return false;
     const auto bytes = std::span(image_.file).subspan(*data, size);
     resource.data.assign(bytes.begin(), bytes.end());
+    return true;
+  }
+
+  static bool ReadName(DWORD field, WORD& number) {
+    number = static_cast<WORD>(field);
+    return field <= 0xFFFF;
+  }
+
+  bool ReadName(DWORD field, ResourceName& name) {
+    if ((field & subdirectory) == 0) return ReadName(field, name.emplace<WORD>());
+    const DWORD offset = field & ~subdirectory;
+    if (!Has(offset, 2)) return false;
+    const DWORD length = image_.Get16(start_ + offset);
+    if (!Has(offset + 2, length * 2) || !Pay(length * 2)) return false;
+    auto& text = name.emplace<std::u16string>();
+    for (DWORD i = 0; i < length; ++i) text += char16_t{image_.Get16(start_ + offset + 2 + i * 2)};
     return true;
   }
 

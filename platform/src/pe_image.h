@@ -75,8 +75,8 @@ std::optional<PeImage> ParseImage(Bytes file);
 // Nothing for a malformed directory; an image without one has no resources.
 std::optional<ResourceTree> ReadResources(const PeImage& image);
 
-// The file with `tree` for its resources and all else kept but its certificate, which holds no longer.
-// Nothing when the image has no room for them.
+// The file with `tree` for its resources and all else kept. Nothing when the image has no room for them, or
+// a certificate, debug data or symbols, whose places in the file would be others then.
 std::optional<Bytes> ReplaceResources(PeImage image, const ResourceTree& tree);
 
 }  // namespace platform

@@ -2,46 +2,17 @@
 // what opens, creates or deletes a key by its path asks nothing of the handle that the path starts from.
 #include <winreg.h>
 
-#include <algorithm>
-#include <iterator>
-
 #include "hives.h"
 
 namespace platform {
 namespace {
 
-const std::u16string& FoldedName(const Value& value) {
-  return value.folded;
-}
-const std::u16string& FoldedName(const std::shared_ptr<Node>& key) {
-  return key->folded;
-}
-
-// What a view shows of one list of its keys: of two entries of the same name only the upper one.
+// Entry number `index` of a key.
 template <class Entry>
-std::vector<Entry> Merged(const View& view, std::vector<Entry> Node::*list) {
-  std::vector<Entry> merged;
-  for (const auto& key : view.layers) {
-    std::vector<Entry> both;
-    std::ranges::set_union(
-        merged, (*key).*list, std::back_inserter(both), {},
-        [](const Entry& entry) -> auto& { return FoldedName(entry); },
-        [](const Entry& entry) -> auto& { return FoldedName(entry); });
-    merged = std::move(both);
-  }
-  return merged;
-}
-
-// Entry number `index` of a view. A key of one layer answers from its vector; merging, which costs the length
-// of the lists, is left to the rare enumeration below HKEY_CLASSES_ROOT.
-template <class Entry>
-std::optional<Entry> EntryAt(const View& view, std::vector<Entry> Node::*list, DWORD index) {
-  if (view.layers.size() == 1) {
-    const auto& entries = (*view.layers.front()).*list;
-    return index < entries.size() ? std::optional(entries[index]) : std::nullopt;
-  }
-  const auto entries = Merged(view, list);
-  return index < entries.size() ? std::optional(entries[index]) : std::nullopt;
+const Entry* EntryAt(const char* function, const View& view, std::vector<Entry> Node::*list, DWORD index) {
+  if (view.classes) Unsupported(function, "enumeration below HKEY_CLASSES_ROOT");
+  const auto& entries = (*view.layers.front()).*list;
+  return index < entries.size() ? &entries[index] : nullptr;
 }
 
 // Hands out a name with its NUL; `length` is the room in units, then the length without the NUL.
@@ -54,7 +25,7 @@ LSTATUS CopyName(const std::u16string& name, LPWSTR out, LPDWORD length) {
 
 void RequireNull(const char* function, std::initializer_list<const void*> arguments) {
   for (const void* argument : arguments) {
-    if (argument) Unsupported(function, "class, security, write time or a reserved argument");
+    if (argument) Unsupported(function, "class, security, write time, disposition or a reserved argument");
   }
 }
 
@@ -70,16 +41,12 @@ HKEY MakeHandle(View view, REGSAM access) {
   return static_cast<HKEY>(AddHandle(std::make_shared<KeyHandle>(std::move(view), access)));
 }
 
-void Raise(LPDWORD most, std::size_t length) {
-  if (most) *most = std::max(*most, static_cast<DWORD>(length));
-}
-
 }  // namespace
 }  // namespace platform
 
 using namespace platform;
 
-LSTATUS WINAPI RegOpenCurrentUser(REGSAM access, PHKEY result) {
+LSTATUS WINAPI RegOpenCurrentUser(REGSAM access, HKEY* result) {
   if (CallFails("RegOpenCurrentUser", ERROR_ACCESS_DENIED)) return PlannedStatus();
   CheckAccess("RegOpenCurrentUser", access);
   std::lock_guard lock(TheHives().mutex);
@@ -89,7 +56,7 @@ LSTATUS WINAPI RegOpenCurrentUser(REGSAM access, PHKEY result) {
   return ERROR_SUCCESS;
 }
 
-LSTATUS WINAPI RegOpenKeyExW(HKEY key, LPCWSTR subkey, DWORD options, REGSAM access, PHKEY result) {
+LSTATUS WINAPI RegOpenKeyExW(HKEY key, LPCWSTR subkey, DWORD options, REGSAM access, HKEY* result) {
   if (CallFails("RegOpenKeyExW", ERROR_ACCESS_DENIED)) return PlannedStatus();
   if (options) Unsupported("RegOpenKeyExW", "options");
   CheckAccess("RegOpenKeyExW", access);
@@ -103,28 +70,26 @@ LSTATUS WINAPI RegOpenKeyExW(HKEY key, LPCWSTR subkey, DWORD options, REGSAM acc
 }
 
 LSTATUS WINAPI RegCreateKeyExW(HKEY key, LPCWSTR subkey, DWORD reserved, LPWSTR className, DWORD options,
-                               REGSAM access, LPSECURITY_ATTRIBUTES security, PHKEY result,
+                               REGSAM access, LPSECURITY_ATTRIBUTES security, HKEY* result,
                                LPDWORD disposition) {
   if (CallFails("RegCreateKeyExW", ERROR_ACCESS_DENIED)) return PlannedStatus();
-  RequireNull("RegCreateKeyExW", {className, security});
+  RequireNull("RegCreateKeyExW", {className, security, disposition});
   if (reserved || options != REG_OPTION_NON_VOLATILE) Unsupported("RegCreateKeyExW", "options");
   CheckAccess("RegCreateKeyExW", access);
   std::lock_guard lock(TheHives().mutex);
   std::shared_ptr<Node> from, made;
-  bool isNew = false;
   LSTATUS error = NodeOf("RegCreateKeyExW", key, 0, from);
-  if (!error) error = CreatePath(from, Text(subkey), access, made, isNew);
-  if (error) return error;
-  *result = MakeHandle({{made}, false}, access);
-  if (disposition) *disposition = isNew ? REG_CREATED_NEW_KEY : REG_OPENED_EXISTING_KEY;
-  return ERROR_SUCCESS;
+  if (!error) error = CreatePath(from, Text(subkey), access, made);
+  if (!error) *result = MakeHandle({{made}, false}, access);
+  return error;
 }
 
 LSTATUS WINAPI RegCloseKey(HKEY key) {
   CallPasses("RegCloseKey");
   if (key == HKEY_CLASSES_ROOT || key == HKEY_CURRENT_USER || key == HKEY_LOCAL_MACHINE) return ERROR_SUCCESS;
-  if (!std::dynamic_pointer_cast<KeyHandle>(FindObject(key))) return ERROR_INVALID_HANDLE;
-  return RemoveHandle(key) ? ERROR_SUCCESS : ERROR_INVALID_HANDLE;
+  if (!FindObject(key)) return ERROR_INVALID_HANDLE;
+  Close<KeyHandle>("RegCloseKey", key);
+  return ERROR_SUCCESS;
 }
 
 LSTATUS WINAPI RegDeleteKeyW(HKEY key, LPCWSTR subkey) {
@@ -149,32 +114,8 @@ LSTATUS WINAPI RegEnumKeyExW(HKEY key, DWORD index, LPWSTR name, LPDWORD nameLen
   std::lock_guard lock(TheHives().mutex);
   View view;
   if (const LSTATUS error = ViewOf(key, KEY_ENUMERATE_SUB_KEYS, view)) return error;
-  const auto entry = EntryAt(view, &Node::subkeys, index);
+  const auto* entry = EntryAt("RegEnumKeyExW", view, &Node::subkeys, index);
   return entry ? CopyName((*entry)->name, name, nameLength) : ERROR_NO_MORE_ITEMS;
-}
-
-LSTATUS WINAPI RegQueryInfoKeyW(HKEY key, LPWSTR className, LPDWORD classLength, LPDWORD reserved,
-                                LPDWORD subkeys, LPDWORD longestSubkey, LPDWORD longestClass, LPDWORD values,
-                                LPDWORD longestValueName, LPDWORD longestData, LPDWORD securitySize,
-                                FILETIME* lastWrite) {
-  if (CallFails("RegQueryInfoKeyW", ERROR_KEY_DELETED)) return PlannedStatus();
-  RequireNull("RegQueryInfoKeyW", {className, classLength, reserved, longestClass, securitySize, lastWrite});
-  std::lock_guard lock(TheHives().mutex);
-  View view;
-  if (const LSTATUS error = ViewOf(key, KEY_QUERY_VALUE, view)) return error;
-  for (LPDWORD most : {longestSubkey, longestValueName, longestData}) {
-    if (most) *most = 0;
-  }
-  const auto allKeys = Merged(view, &Node::subkeys);
-  if (subkeys) *subkeys = static_cast<DWORD>(allKeys.size());
-  for (const auto& entry : allKeys) Raise(longestSubkey, entry->name.size());
-  const auto allValues = Merged(view, &Node::values);
-  if (values) *values = static_cast<DWORD>(allValues.size());
-  for (const auto& entry : allValues) {
-    Raise(longestValueName, entry.name.size());
-    Raise(longestData, entry.data.size());
-  }
-  return ERROR_SUCCESS;
 }
 
 LSTATUS WINAPI RegQueryValueExW(HKEY key, LPCWSTR name, LPDWORD reserved, LPDWORD type, LPBYTE data,
@@ -235,7 +176,7 @@ LSTATUS WINAPI RegEnumValueW(HKEY key, DWORD index, LPWSTR name, LPDWORD nameLen
   std::lock_guard lock(TheHives().mutex);
   View view;
   if (const LSTATUS error = ViewOf(key, KEY_QUERY_VALUE, view)) return error;
-  const auto value = EntryAt(view, &Node::values, index);
+  const Value* value = EntryAt("RegEnumValueW", view, &Node::values, index);
   if (!value) return ERROR_NO_MORE_ITEMS;
   const LSTATUS error = CopyName(value->name, name, nameLength);
   return error ? error : CopyValue(*value, type, data, size);

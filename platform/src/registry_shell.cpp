@@ -69,9 +69,8 @@ LSTATUS WINAPI SHSetValueW(HKEY key, LPCWSTR subkey, LPCWSTR name, DWORD type, L
   if (!data && size) Unsupported("SHSetValueW", "a size without data");
   std::lock_guard lock(TheHives().mutex);
   std::shared_ptr<Node> from, made;
-  bool isNew = false;
   LSTATUS error = NodeOf("SHSetValueW", key, Text(subkey).empty() ? KEY_SET_VALUE : 0, from);
-  if (!error) error = CreatePath(from, Text(subkey), 0, made, isNew);
+  if (!error) error = CreatePath(from, Text(subkey), 0, made);
   if (error) return error;
   if (Text(name).size() > maxValueName) return ERROR_INVALID_PARAMETER;
   SetValue(*made, Text(name), type, {static_cast<const BYTE*>(data), size});

@@ -104,26 +104,20 @@ HMODULE Load(LPCWSTR name, bool asData) {
 
 // ---- Names ---------------------------------------------------------------------------------------------
 
-// Nothing for a "#" without a number and for text too long to be stored.
-std::optional<ResourceName> ToName(LPCWSTR name) {
+ResourceName ToName(LPCWSTR name) {
   if (IS_INTRESOURCE(name)) return static_cast<WORD>(reinterpret_cast<ULONG_PTR>(name));
   std::u16string text(name);
-  if (text.size() > 0xFFFF) return {};
-  if (!text.starts_with(u'#')) {
-    for (char16_t& unit : text) unit = Upcase(unit);
-    return text;
-  }
-  std::uint32_t number = 0;
-  for (const char16_t digit : text.substr(1)) {
-    if (digit < u'0' || digit > u'9') return {};
-    number = number * 10 + (digit - u'0');
-    if (number > 0xFFFF) return {};
-  }
-  if (text.size() == 1) return {};
-  return static_cast<WORD>(number);
+  for (char16_t& unit : text) unit = Upcase(unit);
+  return text;
 }
 
-// A name as callbacks get it: a number dressed as a pointer, or the text, which `name` keeps.
+// "#" with digits would be another way to write a number.
+bool IsStorable(const ResourceName& name) {
+  const auto* text = std::get_if<std::u16string>(&name);
+  return text == nullptr || (!text->starts_with(u'#') && text->size() <= 0xFFFF);
+}
+
+// A name as callbacks get it: a number in the shape of a pointer, or the text, which `name` keeps.
 LPWSTR ToPointer(ResourceName& name) {
   if (auto* text = std::get_if<std::u16string>(&name)) return text->data();
   return MAKEINTRESOURCEW(std::get<WORD>(name));
@@ -133,10 +127,9 @@ LPWSTR ToPointer(ResourceName& name) {
 
 template <class Children>
 auto* FindChild(Children& children, LPCWSTR name, DWORD missing) {
-  const auto key = ToName(name);
-  const auto child = key ? children.find(*key) : children.end();
+  const auto child = children.find(ToName(name));
   if (child != children.end()) return &child->second;
-  SetLastError(key ? missing : ERROR_INVALID_PARAMETER);
+  SetLastError(missing);
   return static_cast<decltype(&child->second)>(nullptr);
 }
 
@@ -151,19 +144,18 @@ ResourceLanguages* FindLanguages(Module& module, LPCWSTR type, LPCWSTR name) {
 }
 
 HRSRC FindLanguage(HMODULE module, LPCWSTR type, LPCWSTR name, WORD language) {
-  if (!module) Unsupported("FindResource", "the program's own resources");
+  if (!module) Unsupported("FindResourceExW", "the program's own resources");
   const auto object = Find<Module>(module);
   ResourceLanguages* languages = object ? FindLanguages(*object, type, name) : nullptr;
   if (!languages) return nullptr;
   constexpr WORD primaryMask = 0x3FF, ofUser = 0x0409;
-  const auto primary = static_cast<WORD>(language & primaryMask);
-  auto found = languages->end();
-  for (const WORD candidate : {language, primary, WORD{LANG_NEUTRAL}, ofUser}) {
-    if (candidate == ofUser && language != ofUser && primary != LANG_NEUTRAL) break;
-    found = languages->find(candidate);
-    if (found != languages->end()) break;
-  }
-  if (found == languages->end() && primary == LANG_NEUTRAL) found = languages->begin();
+  auto found = languages->find(language);
+  if (found != languages->end()) return reinterpret_cast<HRSRC>(&found->second);
+  if ((language & primaryMask) != LANG_NEUTRAL)
+    Unsupported("FindResourceExW", "a language that is not there");
+  found = languages->find(LANG_NEUTRAL);
+  if (found == languages->end()) found = languages->find(ofUser);
+  if (found == languages->end()) found = languages->begin();
   if (found == languages->end()) return Failed(ERROR_RESOURCE_LANG_NOT_FOUND);
   return reinterpret_cast<HRSRC>(&found->second);
 }
@@ -200,7 +192,7 @@ HMODULE WINAPI LoadLibraryExW(LPCWSTR name, HANDLE file, DWORD flags) {
 
 BOOL WINAPI FreeLibrary(HMODULE module) {
   CallPasses("FreeLibrary");
-  if (Find<Module>(module) && RemoveHandle(module)) return TRUE;
+  if (Close<Module>("FreeLibrary", module)) return TRUE;
   SetLastError(ERROR_MOD_NOT_FOUND);
   return FALSE;
 }
@@ -208,11 +200,6 @@ BOOL WINAPI FreeLibrary(HMODULE module) {
 HRSRC WINAPI FindResourceExW(HMODULE module, LPCWSTR type, LPCWSTR name, WORD language) {
   if (CallFails("FindResourceExW", ERROR_RESOURCE_NAME_NOT_FOUND)) return nullptr;
   return FindLanguage(module, type, name, language);
-}
-
-HRSRC WINAPI FindResourceW(HMODULE module, LPCWSTR name, LPCWSTR type) {
-  if (CallFails("FindResourceW", ERROR_RESOURCE_NAME_NOT_FOUND)) return nullptr;
-  return FindLanguage(module, type, name, LANG_NEUTRAL);
 }
 
 DWORD WINAPI SizeofResource(HMODULE module, HRSRC resource) {
@@ -281,17 +268,19 @@ BOOL WINAPI UpdateResourceW(HANDLE update, LPCWSTR type, LPCWSTR name, WORD lang
   if (CallFails("UpdateResourceW", ERROR_NOT_ENOUGH_MEMORY)) return FALSE;
   const auto object = Find<Update>(update);
   if (!object) return FALSE;
-  const auto typeKey = ToName(type), nameKey = ToName(name);
-  bool valid = typeKey && nameKey && (data != nullptr) == (size != 0);
+  const ResourceName typeKey = ToName(type), nameKey = ToName(name);
+  if (!IsStorable(typeKey) || !IsStorable(nameKey))
+    Unsupported("UpdateResourceW", "a name in digits or so long");
+  bool valid = (data != nullptr) == (size != 0);
   if (valid && data) {
     const auto* first = static_cast<const std::byte*>(data);
-    object->tree[*typeKey][*nameKey][language] = {.data = Bytes(first, first + size)};
+    object->tree[typeKey][nameKey][language] = {.data = Bytes(first, first + size)};
   } else if (valid) {
-    auto& names = object->tree[*typeKey];
-    auto& languages = names[*nameKey];
+    auto& names = object->tree[typeKey];
+    auto& languages = names[nameKey];
     valid = languages.erase(language) != 0;
-    if (languages.empty()) names.erase(*nameKey);
-    if (names.empty()) object->tree.erase(*typeKey);
+    if (languages.empty()) names.erase(nameKey);
+    if (names.empty()) object->tree.erase(typeKey);
   }
   if (!valid) SetLastError(ERROR_INVALID_PARAMETER);
   return valid;
@@ -299,9 +288,8 @@ BOOL WINAPI UpdateResourceW(HANDLE update, LPCWSTR type, LPCWSTR name, WORD lang
 
 BOOL WINAPI EndUpdateResourceW(HANDLE update, BOOL discard) {
   const bool fails = CallFails("EndUpdateResourceW", ERROR_OPEN_FAILED);
-  const auto object = Find<Update>(update);
-  if (!object || !RemoveHandle(update)) return FALSE;
-  if (fails) return FALSE;
+  const auto object = Close<Update>("EndUpdateResourceW", update);
+  if (!object || fails) return FALSE;
   const DWORD error = discard ? 0 : Commit(*object);
   if (error != 0) SetLastError(error);
   return error == 0;

@@ -28,14 +28,15 @@ void Append(std::string& bytes, std::uint32_t value, std::size_t size) {
   for (std::size_t i = 0; i < size; ++i) bytes += static_cast<char>(value >> (8 * i));
 }
 
-std::string MakeSid(BYTE authority, std::initializer_list<std::uint32_t> parts) {
-  std::string sid{1, static_cast<char>(parts.size()), 0, 0, 0, 0, 0, static_cast<char>(authority)};
+// Below the authority of the system's own security.
+std::string MakeSid(std::initializer_list<std::uint32_t> parts) {
+  std::string sid{1, static_cast<char>(parts.size()), 0, 0, 0, 0, 0, 5};
   for (const std::uint32_t part : parts) Append(sid, part, 4);
   return sid;
 }
 
-const std::string everyone = MakeSid(1, {0}), interactive = MakeSid(5, {4}), localSystem = MakeSid(5, {18}),
-                  administrators = MakeSid(5, {32, 544}), guestUser = MakeSid(5, {21, 1, 2, 3, 1001});
+const std::string interactive = MakeSid({4}), localSystem = MakeSid({18}),
+                  administrators = MakeSid({32, 544}), guestUser = MakeSid({21, 1, 2, 3, 1001});
 
 std::string SidAt(const void* sid) {
   const auto* bytes = static_cast<const char*>(sid);
@@ -116,7 +117,7 @@ void* AllocateLocal(std::size_t size) {
 
 using namespace platform;
 
-HLOCAL WINAPI LocalFree(HLOCAL memory) {
+HANDLE WINAPI LocalFree(HANDLE memory) {
   CallPasses("LocalFree");
   if (!memory) return nullptr;
   auto* header = static_cast<LocalHeader*>(memory) - 1;
@@ -125,9 +126,8 @@ HLOCAL WINAPI LocalFree(HLOCAL memory) {
   return nullptr;
 }
 
-DWORD WINAPI GetSecurityInfo(HANDLE handle, SE_OBJECT_TYPE type, SECURITY_INFORMATION information,
-                             PSID* owner, PSID* group, PACL* dacl, PACL* sacl,
-                             PSECURITY_DESCRIPTOR* descriptor) {
+DWORD WINAPI GetSecurityInfo(HANDLE handle, SE_OBJECT_TYPE type, DWORD information, PSID* owner, PSID* group,
+                             PACL* dacl, PACL* sacl, PSECURITY_DESCRIPTOR* descriptor) {
   if (CallFails("GetSecurityInfo", ERROR_ACCESS_DENIED)) return PlannedError();
   CheckRequest("GetSecurityInfo", type, information, owner || group || sacl || !dacl || !descriptor);
   const auto file = Find<FileObject>(handle);
@@ -138,8 +138,8 @@ DWORD WINAPI GetSecurityInfo(HANDLE handle, SE_OBJECT_TYPE type, SECURITY_INFORM
   return ERROR_SUCCESS;
 }
 
-DWORD WINAPI SetSecurityInfo(HANDLE handle, SE_OBJECT_TYPE type, SECURITY_INFORMATION information, PSID owner,
-                             PSID group, PACL dacl, PACL sacl) {
+DWORD WINAPI SetSecurityInfo(HANDLE handle, SE_OBJECT_TYPE type, DWORD information, PSID owner, PSID group,
+                             PACL dacl, PACL sacl) {
   if (CallFails("SetSecurityInfo", ERROR_ACCESS_DENIED)) return PlannedError();
   CheckRequest("SetSecurityInfo", type, information, owner || group || sacl || !dacl);
   const auto file = Find<FileObject>(handle);
@@ -152,7 +152,7 @@ DWORD WINAPI SetSecurityInfo(HANDLE handle, SE_OBJECT_TYPE type, SECURITY_INFORM
   return ERROR_SUCCESS;
 }
 
-DWORD WINAPI SetEntriesInAclW(ULONG count, PEXPLICIT_ACCESS_W entries, PACL oldAcl, PACL* newAcl) {
+DWORD WINAPI SetEntriesInAclW(ULONG count, PEXPLICIT_ACCESSW entries, PACL oldAcl, PACL* newAcl) {
   if (CallFails("SetEntriesInAclW", ERROR_NOT_ENOUGH_MEMORY)) return PlannedError();
   AccessList list = oldAcl ? Unpack(oldAcl) : AccessList{};
   for (ULONG i = 0; i < count; ++i) {
@@ -169,18 +169,17 @@ DWORD WINAPI SetEntriesInAclW(ULONG count, PEXPLICIT_ACCESS_W entries, PACL oldA
   return ERROR_SUCCESS;
 }
 
-DWORD WINAPI GetExplicitEntriesFromAclW(PACL acl, ULONG* count, PEXPLICIT_ACCESS_W* entries) {
+DWORD WINAPI GetExplicitEntriesFromAclW(PACL acl, ULONG* count, PEXPLICIT_ACCESSW* entries) {
   if (CallFails("GetExplicitEntriesFromAclW", ERROR_NOT_ENOUGH_MEMORY)) return PlannedError();
   const AccessList list = Unpack(acl);
   std::size_t size = list.size() * sizeof(EXPLICIT_ACCESS_W);
   for (const Entry& entry : list) size += entry.sid.size();
   *count = static_cast<ULONG>(list.size());
-  *entries = static_cast<PEXPLICIT_ACCESS_W>(AllocateLocal(size));
+  *entries = static_cast<PEXPLICIT_ACCESSW>(AllocateLocal(size));
   auto* sid = reinterpret_cast<char*>(*entries + list.size());
   for (std::size_t i = 0; i < list.size(); ++i) {
     std::memcpy(sid, list[i].sid.data(), list[i].sid.size());
-    const TRUSTEE_W trustee{nullptr, NO_MULTIPLE_TRUSTEE, TRUSTEE_IS_SID, TRUSTEE_IS_UNKNOWN,
-                            reinterpret_cast<LPWSTR>(sid)};
+    const TRUSTEE_W trustee{TRUSTEE_IS_SID, reinterpret_cast<LPWSTR>(sid)};
     new (*entries + i) EXPLICIT_ACCESS_W{list[i].mask, GRANT_ACCESS, NO_INHERITANCE, trustee};
     sid += list[i].sid.size();
   }
@@ -194,11 +193,8 @@ BOOL WINAPI EqualSid(PSID a, PSID b) {
 
 BOOL WINAPI ConvertStringSidToSidW(LPCWSTR text, PSID* sid) {
   if (CallFails("ConvertStringSidToSidW", ERROR_INVALID_PARAMETER)) return FALSE;
-  const std::map<std::u16string_view, const std::string&> known = {
-      {u"BA", administrators}, {u"IU", interactive}, {u"SY", localSystem}, {u"WD", everyone}};
-  const auto found = known.find(text);
-  if (found == known.end()) Unsupported("ConvertStringSidToSidW", "the text");
-  *sid = AllocateLocal(found->second.size());
-  std::memcpy(*sid, found->second.data(), found->second.size());
+  if (std::u16string_view(text) != u"IU") Unsupported("ConvertStringSidToSidW", "the text");
+  *sid = AllocateLocal(interactive.size());
+  std::memcpy(*sid, interactive.data(), interactive.size());
   return TRUE;
 }

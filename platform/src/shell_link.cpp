@@ -75,7 +75,7 @@ class ShellLink final : public IShellLinkW, public IPersistFile, public IPropert
     return S_OK;
   }
 
-  HRESULT Load(LPCOLESTR name, DWORD mode) override {
+  HRESULT Load(LPCWSTR name, DWORD mode) override {
     if (CallFails("IPersistFile::Load", ERROR_ACCESS_DENIED)) return PlannedResult();
     if (mode != 0) Unsupported("IPersistFile::Load", "the mode");
     std::string bytes;
@@ -89,7 +89,7 @@ class ShellLink final : public IShellLinkW, public IPersistFile, public IPropert
 
   // Whether the name is remembered makes no difference here: nothing asks for it, and every save names its
   // file.
-  HRESULT Save(LPCOLESTR name, BOOL) override {
+  HRESULT Save(LPCWSTR name, BOOL) override {
     if (CallFails("IPersistFile::Save", ERROR_ACCESS_DENIED)) return PlannedResult();
     if (!name) Unsupported("IPersistFile::Save", "the remembered name");
     return HRESULT_FROM_WIN32(WriteWholeFile(name, LinkBytes(link_)));
@@ -102,7 +102,7 @@ class ShellLink final : public IShellLinkW, public IPersistFile, public IPropert
     return S_OK;
   }
 
-  HRESULT SetValue(REFPROPERTYKEY key, REFPROPVARIANT value) override {
+  HRESULT SetValue(REFPROPERTYKEY key, const PROPVARIANT& value) override {
     if (CallFails("IPropertyStore::SetValue", ERROR_OUTOFMEMORY)) return PlannedResult();
     if (value.vt != VT_UI4 && value.vt != VT_BOOL) Unsupported("IPropertyStore::SetValue", "the type");
     const auto found = FindPending(key);

@@ -11,21 +11,10 @@ namespace {
 constexpr char32_t replacement = 0xFFFD;
 
 void AppendUtf8(std::string& out, char32_t c) {
-  if (c < 0x80) {
-    out += static_cast<char>(c);
-  } else if (c < 0x800) {
-    out += static_cast<char>(0xC0 | (c >> 6));
-    out += static_cast<char>(0x80 | (c & 0x3F));
-  } else if (c < 0x10000) {
-    out += static_cast<char>(0xE0 | (c >> 12));
-    out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (c & 0x3F));
-  } else {
-    out += static_cast<char>(0xF0 | (c >> 18));
-    out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
-    out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
-    out += static_cast<char>(0x80 | (c & 0x3F));
-  }
+  const unsigned extra = c < 0x80 ? 0 : c < 0x800 ? 1 : c < 0x10000 ? 2 : 3;  // bytes behind the first
+  constexpr unsigned lead[] = {0, 0xC0, 0xE0, 0xF0};
+  out += static_cast<char>(lead[extra] | c >> 6 * extra);
+  for (unsigned left = extra; left-- > 0;) out += static_cast<char>(0x80 | (c >> 6 * left & 0x3F));
 }
 
 // Decodes one character at `i` and moves past it; a malformed sequence costs its valid prefix, at least a

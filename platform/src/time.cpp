@@ -1,4 +1,4 @@
-// Time and the process: the local clock, the tick count, sleeping, the process identifier and its error mode.
+// Time and the process: the local clock, sleeping, the process identifier and its error mode.
 #include <unistd.h>
 
 #include <atomic>
@@ -8,21 +8,13 @@
 
 #include "kernel.h"
 
-namespace platform {
+using namespace platform;
+
 namespace {
 std::atomic<UINT> errorMode{0};
 }  // namespace
 
-ULONGLONG TickCount() {
-  const auto now = std::chrono::steady_clock::now().time_since_epoch();
-  return static_cast<ULONGLONG>(std::chrono::duration_cast<std::chrono::milliseconds>(now).count());
-}
-
-}  // namespace platform
-
-using namespace platform;
-
-void WINAPI GetLocalTime(LPSYSTEMTIME time) {
+void WINAPI GetLocalTime(SYSTEMTIME* time) {
   CallPasses("GetLocalTime");
   timespec now{};
   clock_gettime(CLOCK_REALTIME, &now);
@@ -32,11 +24,6 @@ void WINAPI GetLocalTime(LPSYSTEMTIME time) {
   *time = {word(parts.tm_year + 1900), word(parts.tm_mon + 1),     word(parts.tm_wday),
            word(parts.tm_mday),        word(parts.tm_hour),        word(parts.tm_min),
            word(parts.tm_sec),         word(now.tv_nsec / 1000000)};
-}
-
-ULONGLONG WINAPI GetTickCount64() {
-  CallPasses("GetTickCount64");
-  return TickCount();
 }
 
 void WINAPI Sleep(DWORD milliseconds) {

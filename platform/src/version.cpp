@@ -57,7 +57,7 @@ ULONGLONG WINAPI VerSetConditionMask(ULONGLONG mask, DWORD type, BYTE condition)
 }
 
 // The minor version decides only where the major versions are equal.
-BOOL WINAPI VerifyVersionInfoW(LPOSVERSIONINFOEXW wanted, DWORD types, DWORDLONG conditions) {
+BOOL WINAPI VerifyVersionInfoW(OSVERSIONINFOEXW* wanted, DWORD types, DWORDLONG conditions) {
   if (CallFails("VerifyVersionInfoW", ERROR_OLD_WIN_VERSION)) return FALSE;
   if (wanted->dwOSVersionInfoSize != sizeof *wanted) Unsupported("VerifyVersionInfoW", "size");
   if (types != (VER_MAJORVERSION | VER_MINORVERSION)) Unsupported("VerifyVersionInfoW", "types");

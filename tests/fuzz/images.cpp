@@ -4,7 +4,7 @@
 
 #include <cstring>
 
-#include "platform/pe_file.h"
+#include "fuzz/pe_file.h"
 #include "trials/fuzzing.h"
 
 namespace {

@@ -17,6 +17,7 @@ std::filesystem::path RootOfTest() {
 
 void GuestTest::SetUp() {
   platform::SetGuestRoot(RootOfTest());
+  std::filesystem::create_directories(RootOfTest() / "Users" / "guest" / "AppData" / "Local");
   platform::ResetRegistry();
   platform::TakeChangeNotifications();
 }

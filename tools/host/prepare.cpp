@@ -4,6 +4,8 @@
 
 #include <windows.h>
 
+#include <shlobj.h>
+
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
@@ -50,6 +52,10 @@ void MakeKey(HKEY root, const char* path, const char* value = nullptr, const cha
 }  // namespace
 
 void PrepareGuest() {
+  WCHAR localData[MAX_PATH];
+  if (!SHGetSpecialFolderPathW(nullptr, localData, CSIDL_LOCAL_APPDATA, TRUE)) {
+    throw std::runtime_error("the user's folder for local data cannot be created");
+  }
   InstallTemplate();
   MakeKey(HKEY_LOCAL_MACHINE, "SOFTWARE\\Tessarine\\Tessarine Tools", "InstallLocation",
           "C:\\Program Files\\Tessarine\\Tools");

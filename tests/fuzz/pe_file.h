@@ -1,29 +1,17 @@
-// Executable files for tests: written and read as bytes, their resources listed through the platform, and
-// their sections found by a reader that shares nothing with the layer's own.
+// Executable files: written and read as bytes, their resources listed through the platform.
 #pragma once
 
 #include <windows.h>
 
-#include <cstring>
 #include <map>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "common/text.h"
-#include "stub/stub.h"
 
 namespace pe {
 
 using Bytes = std::string;
-
-inline Bytes ToBytes(const std::vector<std::byte>& image) {
-  return {reinterpret_cast<const char*>(image.data()), image.size()};
-}
-
-inline Bytes Stub(const stub::Layout& layout = {}) {
-  return ToBytes(stub::MakeTemplateStub(layout));
-}
 
 inline bool Write(const WideString& path, const Bytes& bytes) {
   const HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr);
@@ -44,51 +32,6 @@ inline Bytes Read(const WideString& path) {
   while (ReadFile(file, part, sizeof part, &count, nullptr) && count != 0) bytes.append(part, count);
   CloseHandle(file);
   return bytes;
-}
-
-template <class Number>
-Number At(const Bytes& file, std::size_t offset) {
-  Number number{};
-  if (offset + sizeof number <= file.size()) std::memcpy(&number, file.data() + offset, sizeof number);
-  return number;
-}
-
-template <class Number>
-void Set(Bytes& file, std::size_t offset, Number number) {
-  std::memcpy(&file.at(offset + sizeof number - 1) - (sizeof number - 1), &number, sizeof number);
-}
-
-// Offsets of the optional header, of data directory 0 and of the section table.
-inline std::size_t OptionalHeader(const Bytes& file) {
-  return At<DWORD>(file, 60) + 24;
-}
-inline std::size_t Directories(const Bytes& file) {
-  const std::size_t header = OptionalHeader(file);
-  return header + (At<WORD>(file, header) == 0x20B ? 112 : 96);
-}
-inline std::size_t SectionTable(const Bytes& file) {
-  return OptionalHeader(file) + At<WORD>(file, At<DWORD>(file, 60) + 20);
-}
-inline std::size_t SectionCount(const Bytes& file) {
-  return At<WORD>(file, At<DWORD>(file, 60) + 6);
-}
-
-struct Section {
-  DWORD address;
-  Bytes bytes;
-  bool operator==(const Section&) const = default;
-};
-
-// Names are unique in the images of tests.
-inline std::map<std::string, Section> Sections(const Bytes& file) {
-  std::map<std::string, Section> sections;
-  for (std::size_t i = 0; i < SectionCount(file); ++i) {
-    const std::size_t header = SectionTable(file) + i * 40;
-    const std::string name = std::string(file, header, 8).c_str();
-    sections[name] = {At<DWORD>(file, header + 12),
-                      file.substr(At<DWORD>(file, header + 20), At<DWORD>(file, header + 16))};
-  }
-  return sections;
 }
 
 // "type/name/language" to the bytes, texts in narrow characters.

@@ -1,0 +1,67 @@
+// The rules that every call of the layer keeps: one gate, whose planned fault it reports and then does
+// nothing; handles that only their own call closes; arguments that it does not know end the process.
+#include <platform/control.h>
+#include <shlobj.h>
+#include <shlwapi.h>
+
+#include "support/fail_call.h"
+#include "support/guest.h"
+
+namespace {
+
+class LayerNativeTest : public GuestTest {};
+
+TEST_F(LayerNativeTest, APlannedFaultIsReportedAndTheCallDoesNothing) {
+  const auto set = [] { return SHSetValueW(HKEY_CURRENT_USER, TEXT("s"), nullptr, REG_SZ, nullptr, 0); };
+  const auto make = [] { return CreateDirectoryW(TEXT("C:\\made"), nullptr) ? 0 : GetLastError(); };
+  const std::string before = platform::SaveRegistry();
+  using Plan = platform::FaultPlan;
+  platform::ArmFaultPlan(
+      {.action = Plan::Action::Fail, .call = 2, .function = "SHSetValueW", .repeat = true, .error = 1234});
+  EXPECT_EQ(set(), 0);
+  EXPECT_EQ(SHDeleteKeyW(HKEY_CURRENT_USER, TEXT("s")), 0);
+  for (int time = 0; time < 2; ++time) EXPECT_EQ(set(), 1234);
+  FailCall(1);
+  EXPECT_EQ(make(), DWORD{ERROR_ACCESS_DENIED});
+  EXPECT_EQ(platform::DisarmFaultPlan(), std::vector<std::string>{"CreateDirectoryW"});
+  EXPECT_EQ(platform::SaveRegistry(), before);
+  EXPECT_EQ(GetFileAttributesW(TEXT("C:\\made")), INVALID_FILE_ATTRIBUTES);
+}
+
+TEST_F(LayerNativeTest, AForbiddenKeyIsNeitherOpenedNorMadeNorDeleted) {
+  platform::DenyKey("HKEY_CURRENT_USER\\SOFTWARE\\Classes", true);
+  platform::DenyKey("HKEY_CURRENT_USER\\new", true);
+  const std::string before = platform::SaveRegistry();
+  for (const WCHAR* path : {TEXT("Software\\Classes"), TEXT("new"), TEXT("new\\below")}) {
+    EXPECT_EQ(SHSetValueW(HKEY_CURRENT_USER, path, nullptr, REG_SZ, nullptr, 0), ERROR_ACCESS_DENIED);
+  }
+  EXPECT_EQ(SHDeleteKeyW(HKEY_CURRENT_USER, TEXT("Software")), ERROR_ACCESS_DENIED);
+  EXPECT_EQ(platform::SaveRegistry(), before);
+}
+
+TEST_F(LayerNativeTest, AHandleIsClosedByTheCallOfItsKind) {
+  WIN32_FIND_DATAW data;
+  HKEY key = nullptr;
+  const HANDLE find = FindFirstFileW(TEXT("C:\\*"), &data),
+               event = CreateEventW(nullptr, TRUE, TRUE, nullptr);
+  ASSERT_EQ(RegOpenKeyExW(HKEY_CURRENT_USER, nullptr, 0, KEY_READ, &key), 0);
+  EXPECT_DEATH(CloseHandle(find), "CloseHandle: not supported");
+  EXPECT_DEATH(CloseHandle(key), "CloseHandle: not supported");
+  EXPECT_DEATH(FindClose(event), "FindClose: not supported");
+  EXPECT_DEATH(RegCloseKey(static_cast<HKEY>(event)), "RegCloseKey: not supported");
+  EXPECT_DEATH(FreeLibrary(static_cast<HMODULE>(event)), "FreeLibrary: not supported");
+  EXPECT_TRUE(FindClose(find) && CloseHandle(event) && RegCloseKey(key) == 0);
+  EXPECT_FALSE(FindClose(find) || CloseHandle(event));
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_HANDLE});
+}
+
+TEST_F(LayerNativeTest, ASpecialFolderIsMadeOnlyForThoseWhoAsk) {
+  WCHAR path[MAX_PATH];
+  for (const BOOL there : {FALSE, TRUE}) {
+    EXPECT_EQ(SHGetSpecialFolderPathW(nullptr, path, CSIDL_PROGRAMS, FALSE), there);
+    EXPECT_EQ(SHGetFolderPathW(nullptr, CSIDL_PROGRAMS, nullptr, SHGFP_TYPE_CURRENT, path) == S_OK, there);
+    EXPECT_TRUE(SHGetSpecialFolderPathW(nullptr, path, CSIDL_PROGRAMS, TRUE));
+  }
+}
+
+}  // namespace
