@@ -38,6 +38,12 @@ bool Pass(const char* function, bool canFail, DWORD* error) {
   GateState& state = State();
   std::unique_lock lock(state.mutex);
   ++state.counts[function];
+  if (state.armed && state.plan.before) {
+    const auto before = state.plan.before;
+    lock.unlock();
+    before(function);
+    lock.lock();
+  }
   if (!state.armed) return false;
   state.calls.emplace_back(function);
   if (state.plan.function.empty() || state.plan.function == function) ++state.counted;

@@ -9,6 +9,7 @@
 #include <map>
 #include <mutex>
 #include <new>
+#include <optional>
 #include <vector>
 
 #include "files.h"
@@ -75,18 +76,21 @@ AccessList Unpack(const ACL* acl) {
 
 struct Lists {
   std::mutex mutex;
-  std::map<FileIdentity, AccessList> changed;  // files that are not listed have the default list
+  // Files that are not listed have the default list.
+  std::map<FileIdentity, std::optional<AccessList>> changed;
 };
 Lists& TheLists() {
   static auto* lists = new Lists;
   return *lists;
 }
 
-AccessList ListOf(FileIdentity identity) {
+// None: everybody has every access.
+std::optional<AccessList> ListOf(FileIdentity identity) {
   std::lock_guard lock(TheLists().mutex);
   const auto entry = TheLists().changed.find(identity);
   if (entry != TheLists().changed.end()) return entry->second;
-  return {{FILE_ALL_ACCESS, localSystem}, {FILE_ALL_ACCESS, administrators}, {FILE_ALL_ACCESS, guestUser}};
+  return AccessList{
+      {FILE_ALL_ACCESS, localSystem}, {FILE_ALL_ACCESS, administrators}, {FILE_ALL_ACCESS, guestUser}};
 }
 
 void CheckRequest(const char* function, SE_OBJECT_TYPE type, DWORD information, bool others) {
@@ -133,20 +137,24 @@ DWORD WINAPI GetSecurityInfo(HANDLE handle, SE_OBJECT_TYPE type, DWORD informati
   const auto file = Find<FileObject>(handle);
   if (!file) return ERROR_INVALID_HANDLE;
   if (!(file->access & READ_CONTROL)) return ERROR_ACCESS_DENIED;
-  *dacl = Pack(ListOf(file->use->identity()));
-  *descriptor = *dacl;
+  const std::optional<AccessList> list = ListOf(file->use->identity());
+  *dacl = list ? Pack(*list) : nullptr;
+  *descriptor = list ? *dacl : AllocateLocal(1);
   return ERROR_SUCCESS;
 }
 
 DWORD WINAPI SetSecurityInfo(HANDLE handle, SE_OBJECT_TYPE type, DWORD information, PSID owner, PSID group,
                              PACL dacl, PACL sacl) {
   if (CallFails("SetSecurityInfo", ERROR_ACCESS_DENIED)) return PlannedError();
-  CheckRequest("SetSecurityInfo", type, information, owner || group || sacl || !dacl);
+  CheckRequest("SetSecurityInfo", type, information, owner || group || sacl);
   const auto file = Find<FileObject>(handle);
   if (!file) return ERROR_INVALID_HANDLE;
   if (!(file->access & WRITE_DAC)) return ERROR_ACCESS_DENIED;
-  AccessList list = Unpack(dacl);
-  for (Entry& entry : list) entry.mask = MapGenericRights(entry.mask);
+  std::optional<AccessList> list;
+  if (dacl) {
+    list = Unpack(dacl);
+    for (Entry& entry : *list) entry.mask = MapGenericRights(entry.mask);
+  }
   std::lock_guard lock(TheLists().mutex);
   TheLists().changed[file->use->identity()] = std::move(list);
   return ERROR_SUCCESS;

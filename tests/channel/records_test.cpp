@@ -6,298 +6,239 @@
 #include <mutex>
 
 #include "channel/mainfo.h"
-#include "channel/tool_gate.h"
+#include "host/wire.h"
 #include "support/gate_fixture.h"
 #include "support/raised.h"
 
 namespace {
 
-using Bytes = std::vector<std::byte>;
+using host::Bytes;
 
 constexpr std::size_t recordsRoom = 32748, iconsRoom = 277764;
-constexpr std::uint32_t text = WMA_Command::bbt_utf8string;
+// What the icons end with when they are read well and none of them is a bitmap.
+const std::string noIcons = "resop: icon group list is empty";
+const std::string exceeds = "bit_box: item exceeds its bit_box";
+const std::string unterminated = "bit_box: string is not terminated";
+const std::string stringExpected = "mainfo: type WMA_Command::bbt_utf8string expected";
 
 Bytes BytesOf(std::initializer_list<int> values) {
   Bytes bytes;
   for (const int value : values) bytes.push_back(static_cast<std::byte>(value));
   return bytes;
 }
-
-// An item that claims `claimed` bytes and has those of `value`.
+Bytes Text(const std::string& text) {
+  return Items().Text(3, text).bytes();
+}
+Bytes Item(std::uint32_t type, const Bytes& value) {
+  return Items().Add(type, value).bytes();
+}
+// An item that claims `claimed` bytes, fewer than 256 or all but a few of 32 bits, and has those of `value`.
 Bytes Claiming(std::uint32_t type, std::uint32_t claimed, const Bytes& value) {
-  Bytes item = Items().Add(type, value).bytes();
-  for (int i = 0; i < 4; ++i)
-    item[static_cast<std::size_t>(8 + i)] = static_cast<std::byte>(claimed >> (8 * i));
+  Bytes item;
+  for (const std::uint32_t field : {0u, type, claimed}) host::PutU32(item, field);
+  item.insert(item.end(), value.begin(), value.end());
   return item;
 }
-
 Bytes operator+(Bytes left, const Bytes& right) {
   left.insert(left.end(), right.begin(), right.end());
   return left;
 }
 
-struct Answer {
-  Bytes data = {};
-  std::uint32_t result = 0;
-  std::int64_t claimed = -1;  // dataSize; -1: as many as there are
-  std::uint32_t returned = 48;
+// What one question fills, flat, so that a table can say it.
+struct Records {
+  std::vector<std::pair<WideString, WideString>> apps = {};
+  std::vector<WideString> documents = {}, defaults = {}, schemes = {};
+  bool any = false;
+  bool operator==(const Records&) const = default;
 };
 
 class HostRecords : public GateTest {
  protected:
+  struct Answer {
+    Bytes data = {};
+    std::uint32_t result = 0;
+    std::int64_t claimed = -1;  // dataSize; -1: as many as there are
+    std::uint32_t returned = 48;
+  };
   // Answers every question so.
-  void AnswerWith(Answer answer) {
-    const std::uint32_t size =
-        static_cast<std::uint32_t>(answer.claimed >= 0 ? answer.claimed : std::int64_t(answer.data.size()));
-    gate().Serve([this, answer = std::move(answer), size](std::span<const std::byte> envelope) {
+  void AnswerWith(const Answer& answer) {
+    Bytes reply = host::Envelope(0, answer.data, answer.result);
+    Bytes size;
+    host::PutU32(size, static_cast<std::uint32_t>(answer.claimed));
+    if (answer.claimed >= 0) std::copy(size.begin(), size.end(), reply.begin() + 16);
+    gate().Serve([this, reply, returned = answer.returned](std::span<const std::byte> envelope) {
       std::lock_guard lock(mutex_);
       question_.assign(envelope.begin(), envelope.end());
-      Bytes reply;
-      for (const std::uint32_t field : {0u, 3u, answer.result, 0u, size}) host::PutU32(reply, field);
-      return host::Reply{.bytes = reply + answer.data, .returned = answer.returned};
+      return host::Reply{.bytes = reply, .returned = returned};
     });
   }
-
   // The whole envelope of the last question.
   Bytes Question() {
     std::lock_guard lock(mutex_);
     return question_;
   }
 
-  MacAppInfoList apps;
-  MacAppDetails details;
-  const MacAppInfo app{TEXT("test.app"), TEXT("App")};
+  // Asks with `code`; what is raised. `records` then has what was filled.
+  std::string Ask(std::uint32_t code) {
+    MacAppInfoList apps;
+    MacAppDetails details;
+    const MacAppInfo app{TEXT("test.app"), TEXT("App")};
+    const std::string raised = Raised([&] {
+      if (code == 102) GetMacAppList(TEXT("*"), apps);
+      if (code == 103) WriteMacAppIcons(nullptr, app);
+      if (code == 104) GetMacAppDetails(app, details);
+    });
+    records = {{}, details.documentTypes, details.defaultTypes, details.urlSchemes, details.anyType};
+    for (const MacAppInfo& one : apps) records.apps.emplace_back(one.bundleId, one.name);
+    const host::GateFacts facts = gate().Facts();
+    EXPECT_EQ(facts.opens, facts.closes);
+    return raised;
+  }
 
-  std::string List() {
-    return Raised([&] { GetMacAppList(TEXT("*"), apps); });
-  }
-  std::string Details() {
-    return Raised([&] { GetMacAppDetails(app, details); });
-  }
-  std::string Icons() {
-    return Raised([&] { WriteMacAppIcons(nullptr, app); });
-  }
-
-  std::size_t Entries() const {
-    return apps.size() + details.documentTypes.size() + details.defaultTypes.size() +
-           details.urlSchemes.size();
-  }
+  Records records;
 
  private:
   std::mutex mutex_;
   Bytes question_;
 };
 
-const std::string noIcons =
-    "resop: icon group list is empty";  // what the icons end with when they are read well
-
 TEST_F(HostRecords, QuestionsCarryArgumentAndRoom) {
   AnswerWith({});
-  EXPECT_EQ(List(), "");
+  EXPECT_EQ(Ask(102), "");
   EXPECT_EQ(Question(), BytesOf({102, 0, 0, 0, 3, 0, 0, 0, 0, 0, 0, 0, 0,    0,    0, 0, 30, 0, 0, 0,  //
                                  0,   0, 0, 0, 3, 0, 0, 0, 2, 0, 0, 0, '*',  0,                        //
                                  1,   0, 0, 0, 1, 0, 0, 0, 4, 0, 0, 0, 0xEC, 0x7F, 0, 0}));
-  EXPECT_EQ(Details(), "");
-  host::Question question = host::ReadQuestion(Question());
-  EXPECT_TRUE(question.valid);
-  EXPECT_EQ(question.code, 104u);
-  EXPECT_EQ(question.argument, "test.app");
-  EXPECT_EQ(question.room, recordsRoom);
-  EXPECT_EQ(Icons(), noIcons);
-  question = host::ReadQuestion(Question());
-  EXPECT_TRUE(question.valid);
-  EXPECT_EQ(question.code, 103u);
-  EXPECT_EQ(question.argument, "test.app");
-  EXPECT_EQ(question.room, iconsRoom);
-  EXPECT_EQ(Entries(), 0u);
+  for (const auto& [code, room] : {std::pair(104u, recordsRoom), {103u, iconsRoom}}) {
+    EXPECT_EQ(Ask(code), code == 103 ? noIcons : "");
+    const host::Question question = host::ReadQuestion(Question());
+    EXPECT_TRUE(question.valid);
+    EXPECT_EQ(question.code, code);
+    EXPECT_EQ(question.argument, "test.app");
+    EXPECT_EQ(question.room, room);
+  }
 }
 
 TEST_F(HostRecords, ArgumentsAreUtf8UpToTheirNulAndMustFit) {
   AnswerWith({});
-  GetMacAppList(WideView(TEXT("\u00E9\u6F22\0hidden"), 9), apps);
-  EXPECT_EQ(host::ReadQuestion(Question()).argument, "\xC3\xA9\xE6\xBC\xA2");
-  GetMacAppList({}, apps);
-  EXPECT_EQ(host::ReadQuestion(Question()).argument, "");
+  MacAppInfoList apps;
   const WideString longest(recordsRoom - 29, TEXT('a'));
-  GetMacAppList(longest, apps);
-  EXPECT_EQ(host::ReadQuestion(Question()).argument.size(), longest.size());
-  const auto before = gate().Facts();
-  EXPECT_EQ(Raised([&] { GetMacAppList(longest + TEXT('a'), apps); }), "mainfo: request exceeds its buffer");
-  EXPECT_EQ(gate().Facts().sends, before.sends);
-  EXPECT_EQ(gate().Facts().opens, before.opens);
-}
-
-TEST_F(HostRecords, AnAbsentDeviceIsRaisedByEachQuestion) {
-  gate().SetPresent(false);
-  for (const std::string& raised : {List(), Details(), Icons()}) {
-    EXPECT_EQ(raised, "dtool: Can't open tool device driver");
+  const std::pair<WideView, std::string> cases[] = {
+      {{TEXT("\u00E9\u6F22\0hidden"), 9}, "\xC3\xA9\xE6\xBC\xA2"},
+      {{}, ""},
+      {longest, std::string(longest.size(), 'a')}};
+  for (const auto& [pattern, argument] : cases) {
+    GetMacAppList(pattern, apps);
+    EXPECT_EQ(host::ReadQuestion(Question()).argument, argument);
   }
-  gate().SetPresent(true);
-  EXPECT_EQ(gate().Facts().sends, 0u);
+  EXPECT_EQ(Raised([&] { GetMacAppList(longest + TEXT('a'), apps); }), "mainfo: request exceeds its buffer");
+  EXPECT_EQ(gate().Facts().opens, 3u);
 }
 
-TEST_F(HostRecords, EveryQuestionNeedsDataAndSuccessAndAReplyInItsRoom) {
-  const std::function<std::string()> questions[] = {[&] { return List(); }, [&] { return Details(); },
-                                                    [&] { return Icons(); }};
-  for (const auto& ask : questions) {
+TEST_F(HostRecords, EveryQuestionNeedsADeviceDataSuccessAndAReplyInItsRoom) {
+  for (const std::uint32_t code : {102u, 103u, 104u}) {
+    SCOPED_TRACE(code);
+    const std::size_t room = code == 103 ? iconsRoom : recordsRoom;
+    gate().SetPresent(false);
+    EXPECT_EQ(Ask(code), "dtool: Can't open tool device driver");
+    gate().SetPresent(true);
     AnswerWith({.returned = 0});
-    EXPECT_EQ(ask(), "mainfo: ioctl() returned no data");
-    gate().FailNext({.request = TgSendCommand, .systemError = ERROR_NOT_READY});
-    AnswerWith({});
-    EXPECT_EQ(ask(), "mainfo: ioctl() returned no data");
+    EXPECT_EQ(Ask(code), "mainfo: ioctl() returned no data");
+    gate().FailNext({.request = host::sendCommand, .systemError = ERROR_NOT_READY});
+    EXPECT_EQ(Ask(code), "mainfo: ioctl() returned no data");
     // The result counts before the reply is looked at.
     AnswerWith({.result = 0x80000000, .claimed = 0xFFFFFFFF});
-    EXPECT_EQ(ask(), "mainfo: command failed");
-    AnswerWith({.claimed = 0xFFFFFFFF});
-    EXPECT_EQ(ask(), "mainfo: reply exceeds its buffer");
-    EXPECT_EQ(Entries(), 0u);
-    const host::GateFacts facts = gate().Facts();
-    EXPECT_EQ(facts.opens, facts.closes);
+    EXPECT_EQ(Ask(code), "mainfo: command failed");
+    for (const std::int64_t claimed : {std::int64_t{0xFFFFFFFF}, static_cast<std::int64_t>(room) + 1}) {
+      AnswerWith({.claimed = claimed});
+      EXPECT_EQ(Ask(code), "mainfo: reply exceeds its buffer");
+    }
+    EXPECT_EQ(records, Records{});
+    // To the byte: a bitmap that is none, an unknown item, two strings that fill the room.
+    const Bytes fills[] = {Text("id") + Text(std::string(room - 28, 'n')), Item(2, Bytes(room - 12)),
+                           Item(7, Bytes(room - 12))};
+    AnswerWith({fills[code - 102]});
+    EXPECT_EQ(Ask(code), code == 103 ? noIcons : "");
+    if (code == 102) {
+      EXPECT_EQ(records.apps.at(0).second.size(), room - 28);
+    }
   }
-  // The rooms to the byte: an item of unknown type, of a bitmap and two strings that fill them.
-  const auto claim = [&](std::size_t size) { AnswerWith({.claimed = static_cast<std::int64_t>(size)}); };
-  for (const auto& ask : {questions[0], questions[1]}) {
-    claim(recordsRoom + 1);
-    EXPECT_EQ(ask(), "mainfo: reply exceeds its buffer");
-  }
-  claim(iconsRoom + 1);
-  EXPECT_EQ(Icons(), "mainfo: reply exceeds its buffer");
-  AnswerWith({Items().Text(text, "id").Text(text, std::string(recordsRoom - 12 - 3 - 12 - 1, 'n')).bytes()});
-  EXPECT_EQ(List(), "");
-  ASSERT_EQ(apps.size(), 1u);
-  EXPECT_EQ(apps[0].name, WideString(recordsRoom - 28, TEXT('n')));
-  AnswerWith({Items().Add(7, Bytes(recordsRoom - 12)).bytes()});
-  EXPECT_EQ(Details(), "");
-  AnswerWith({Items().Add(WMA_Command::bbt_bitmap, Bytes(iconsRoom - 12)).bytes()});
-  EXPECT_EQ(Icons(), noIcons);
 }
 
-TEST_F(HostRecords, AListIsReadInPairsUntilItBreaks) {
-  const std::string expected = "mainfo: type WMA_Command::bbt_utf8string expected";
-  const std::string exceeds = "bit_box: item exceeds its bit_box";
-  const std::string unterminated = "bit_box: string is not terminated";
-  const Bytes pair = Items().Text(text, "id").Text(text, "name").bytes();
-  const Bytes one = Items().Text(text, "x").bytes(), raw = Items().Add(text, BytesOf({'x'})).bytes();
-  struct Case {
+TEST_F(HostRecords, RepliesAreReadUntilTheyBreak) {
+  const Bytes pair = Text("id") + Text("name"), one = Text("x"), raw = Item(3, BytesOf({'x'}));
+  const Bytes doc = Text("doc"), flag = Item(4, BytesOf({0, 1, 0, 0})), clear = Item(4, Bytes(4));
+  const Bytes bitmap = Item(2, TestBitmap(1, 1));
+  const std::string bitmapExpected = "mainfo: type WMA_Command::bbt_bitmap expected";
+  const Records listed{.apps = {{TEXT("id"), TEXT("name")}}}, doc1{.documents = {TEXT("doc")}};
+  const struct {
+    std::uint32_t code;
     const char* what;
     Bytes data;
-    std::size_t pairs;
+    Records records;
     std::string raised;
+  } cases[] = {
+      {102, "empty", {}, {}, ""},
+      {102, "pairs", pair + pair, {.apps = {listed.apps[0], listed.apps[0]}}, ""},
+      {102, "odd count", pair + one, listed, "mainfo: list format error"},
+      {102, "wrong first type", pair + Item(4, Bytes(4)) + one, listed, stringExpected},
+      {102, "wrong second type", pair + one + Item(4, Bytes(4)), listed, stringExpected},
+      {102, "wrong type, not terminated", Item(5, BytesOf({'x'})), {}, stringExpected},
+      {102, "first not terminated", pair + raw + one, listed, unterminated},
+      {102, "second not terminated", pair + one + raw, listed, unterminated},
+      {102, "second past the end", pair + one + Claiming(3, 0xFFFFFFF4, BytesOf({0})), listed, exceeds},
+      {102, "cut header", pair + BytesOf({0, 0, 0, 0, 3, 0, 0, 0, 1, 0, 0}), listed, exceeds},
+      {102,
+       "UTF-8 up to its NUL",
+       Text("id") + Text(std::string("\xE6\xBC\xA2 \xF0\x9F\x98\x80 a\xFFz\0b", 14)),
+       {.apps = {{TEXT("id"), TEXT("\u6F22 \U0001F600 a\uFFFDz")}}},
+       ""},
+      {104, "empty", {}, {}, ""},
+      {104,
+       "all types in any order",
+       Items().Text(6, "mailto")
+               .Add(1, {})
+               .Text(5, "txt")
+               .Text(3, "rtf")
+               .Add(2, Bytes(1))
+               .Text(6, "")
+               .bytes() +
+           clear + Items().Text(3, "doc").Add(7, Bytes(1)).Text(5, "").Text(3, "rtf").bytes() + flag,
+       {.documents = {TEXT("rtf"), TEXT("doc"), TEXT("rtf")},
+        .defaults = {TEXT("txt"), TEXT("")},
+        .schemes = {TEXT("mailto"), TEXT("")},
+        .any = true},
+       ""},
+      {104, "the last flag counts", flag + clear, {}, ""},
+      {104, "first four bytes of a flag", Item(4, BytesOf({0, 0, 0, 0, 1})), {}, ""},
+      {104, "short flag", doc + Item(4, BytesOf({1, 0, 0})), doc1, exceeds},
+      {104, "type 3 not terminated", doc + raw, doc1, unterminated},
+      {104, "type 5 not terminated", doc + Item(5, BytesOf({'x'})), doc1, unterminated},
+      {104, "type 6 not terminated", doc + Item(6, {}), doc1, unterminated},
+      {104, "unknown type past the end", doc + Claiming(7, 2, BytesOf({'x'})), doc1, exceeds},
+      {103, "empty", {}, {}, noIcons},
+      {103, "too short", Item(2, {}) + Item(2, Bytes(53)), {}, noIcons},
+      {103, "wrong last type", bitmap + Item(3, Bytes(1)), {}, bitmapExpected},
+      {103, "wrong first type", Item(0, Bytes(1)) + bitmap, {}, bitmapExpected},
+      {103, "past the end", bitmap + Claiming(2, 5, Bytes(4)), {}, exceeds},
   };
-  const Case cases[] = {
-      {"empty", {}, 0, ""},
-      {"pairs", pair + pair, 2, ""},
-      {"odd count", pair + one, 1, "mainfo: list format error"},
-      {"wrong first type", pair + Items().Add(4, Bytes(4)).Text(text, "n").bytes(), 1, expected},
-      {"wrong second type", pair + one + Items().Add(4, Bytes(4)).bytes(), 1, expected},
-      {"wrong type, not terminated", Items().Add(5, BytesOf({'x'})).bytes(), 0, expected},
-      {"first not terminated", pair + raw + one, 1, unterminated},
-      {"second not terminated", pair + one + raw, 1, unterminated},
-      {"empty value", pair + Items().Add(text, {}).bytes(), 1, unterminated},
-      {"first past the end", pair + Claiming(text, 3, BytesOf({'x', 0})), 1, exceeds},
-      {"second past the end", pair + one + Claiming(text, 0xFFFFFFF4, BytesOf({0})), 1, exceeds},
-      {"cut header", pair + BytesOf({0, 0, 0, 0, 3, 0, 0, 0, 1, 0, 0}), 1, exceeds},
-      {"one byte", BytesOf({0}), 0, exceeds},
-  };
-  for (const Case& c : cases) {
-    apps = {{TEXT("before"), TEXT("before")}};
+  for (const auto& c : cases) {
     AnswerWith({c.data});
-    EXPECT_EQ(List(), c.raised) << c.what;
-    ASSERT_EQ(apps.size(), 1 + c.pairs) << c.what;
-    for (std::size_t i = 1; i < apps.size(); ++i) {
-      EXPECT_EQ(apps[i].bundleId, TEXT("id"));
-      EXPECT_EQ(apps[i].name, TEXT("name"));
-    }
-    const host::GateFacts facts = gate().Facts();
-    EXPECT_EQ(facts.opens, facts.closes) << c.what;
+    EXPECT_EQ(Ask(c.code), c.raised) << c.what;
+    EXPECT_EQ(records, c.records) << c.what;
   }
   // What is left of the question behind a reply is no part of it.
   AnswerWith({pair, 0, 12});
-  apps.clear();
-  EXPECT_EQ(List(), exceeds);
-  EXPECT_TRUE(apps.empty());
+  EXPECT_EQ(Ask(102), exceeds);
+  EXPECT_EQ(records, Records{});
 }
 
-TEST_F(HostRecords, TextsAreUtf8UpToTheirNul) {
-  const std::string name = "\xE6\xBC\xA2 \xF0\x9F\x98\x80 a\xFFz";
-  AnswerWith({Items().Text(text, "id").Text(text, name + '\0' + 'b').bytes()});
-  EXPECT_EQ(List(), "");
-  ASSERT_EQ(apps.size(), 1u);
-  EXPECT_EQ(apps[0].name, TEXT("\u6F22 \U0001F600 a\uFFFDz"));
-}
-
-TEST_F(HostRecords, DetailsAreSortedByTypeInAnyOrderUntilTheyBreak) {
-  using Strings = std::vector<WideString>;
-  const Bytes flag = BytesOf({0, 1, 0, 0}), clear = Bytes(4);
-  AnswerWith({Items()
-                  .Text(6, "mailto")
-                  .Add(1, {})
-                  .Text(5, "txt")
-                  .Add(4, clear)
-                  .Text(3, "rtf")
-                  .Add(2, BytesOf({'x'}))
-                  .Text(3, "doc")
-                  .Add(4, flag)
-                  .Add(7, BytesOf({'x'}))
-                  .Text(6, "ftp")
-                  .Text(5, "")
-                  .Text(3, "rtf")
-                  .bytes()});
-  EXPECT_EQ(Details(), "");
-  EXPECT_EQ(details.documentTypes, (Strings{TEXT("rtf"), TEXT("doc"), TEXT("rtf")}));
-  EXPECT_EQ(details.defaultTypes, (Strings{TEXT("txt"), TEXT("")}));
-  EXPECT_EQ(details.urlSchemes, (Strings{TEXT("mailto"), TEXT("ftp")}));
-  EXPECT_TRUE(details.anyType);
-  AnswerWith({Items().Add(4, flag).Add(4, clear).bytes()});
-  EXPECT_EQ(Details(), "");
-  EXPECT_FALSE(details.anyType);
-  AnswerWith({Items().Add(4, BytesOf({1, 0, 0, 0, 0})).bytes()});
-  EXPECT_EQ(Details(), "");
-  EXPECT_TRUE(details.anyType);
-
-  struct Case {
-    const char* what;
-    Bytes data;
-    std::string raised;
-  };
-  const Bytes good = Items().Text(3, "doc").bytes();
-  const std::string unterminated = "bit_box: string is not terminated";
-  const std::string exceeds = "bit_box: item exceeds its bit_box";
-  const Case cases[] = {
-      {"short flag", good + Items().Add(4, BytesOf({1, 0, 0})).bytes(), exceeds},
-      {"empty flag", good + Items().Add(4, {}).bytes(), exceeds},
-      {"type 3 not terminated", good + Items().Add(3, BytesOf({'x'})).bytes(), unterminated},
-      {"type 5 not terminated", good + Items().Add(5, BytesOf({'x'})).bytes(), unterminated},
-      {"type 6 not terminated", good + Items().Add(6, {}).bytes(), unterminated},
-      {"unknown type past the end", good + Claiming(7, 2, BytesOf({'x'})), exceeds},
-  };
-  for (const Case& c : cases) {
-    details = {};
-    AnswerWith({c.data});
-    EXPECT_EQ(Details(), c.raised) << c.what;
-    EXPECT_EQ(details.documentTypes, Strings{TEXT("doc")}) << c.what;
-    EXPECT_EQ(Entries() - 1, 0u);
-    EXPECT_FALSE(details.anyType);
-  }
-}
-
-TEST_F(HostRecords, IconsAreBitmapsOnly) {
-  const Bytes bitmap = Items().Add(2, TestBitmap(1, 1)).bytes();
-  const std::string expected = "mainfo: type WMA_Command::bbt_bitmap expected";
-  const std::string exceeds = "bit_box: item exceeds its bit_box";
-  const std::pair<Bytes, std::string> cases[] = {
-      {{}, noIcons},
-      {Items().Add(2, {}).Add(2, Bytes(53)).bytes(), noIcons},
-      {bitmap + Items().Add(3, Bytes(1)).bytes(), expected},
-      {Items().Add(0, Bytes(1)).bytes() + bitmap, expected},
-      {bitmap + Claiming(2, 5, Bytes(4)), exceeds},
-  };
-  for (const auto& [data, raised] : cases) {
-    AnswerWith({data});
-    EXPECT_EQ(Icons(), raised);
-    const host::GateFacts facts = gate().Facts();
-    EXPECT_EQ(facts.opens, facts.closes);
-  }
+// A record that has entries already keeps them.
+TEST_F(HostRecords, AListIsAppended) {
+  MacAppInfoList apps{{TEXT("before"), TEXT("Before")}};
+  AnswerWith({Text("id") + Text("name")});
+  GetMacAppList(TEXT("*"), apps);
+  ASSERT_EQ(apps.size(), 2u);
+  EXPECT_EQ(apps[1].name, TEXT("name"));
 }
 
 }  // namespace

@@ -1,18 +1,17 @@
-// The worker's channel against a host that answers, fails and stays silent as asked. Contexts are destroyed
-// only after their request has ended, as their contract wants.
+// The worker's channel, and the device of the commands, against a host that answers, fails and stays silent
+// as asked. Contexts are destroyed only after their request has ended, as their contract wants.
 #include "channel/tg.h"
 
 #include <gtest/gtest.h>
 
 #include <array>
 #include <chrono>
-#include <cstring>
 
+#include "channel/dtool.h"
+#include "host/wire.h"
 #include "support/gate_fixture.h"
 
 namespace {
-
-using std::chrono::milliseconds;
 
 // The error that `work` raises as a TgException, 0 when it raises nothing.
 template <class Work>
@@ -36,14 +35,9 @@ struct Receive {
 };
 
 struct Send {
-  std::array<std::byte, 64> memory{};
+  host::Bytes memory = host::Envelope(100, host::Bytes(44));
   TgPacket<2> packet{{TgSendCommand, 0, 0, 2, 0},
                      {MakeTgBuffer(memory.data(), 64, 0), MakeTgBuffer(memory.data(), 64, deviceWrites)}};
-
-  Send() {
-    const WMA_Command header{CmdSharingState, commandVersion, 0, 0, 1};
-    std::memcpy(memory.data(), &header, sizeof header);
-  }
 };
 
 class TgChannel : public GateTest {
@@ -77,17 +71,17 @@ TEST_F(TgChannel, AReceiveIsInFlightUntilItIsPolledAfterItsEnd) {
     EXPECT_TRUE(receive.IsSignalled());
     EXPECT_EQ(receive.status(), TgStatusSuccess);
     EXPECT_EQ(receive.byteCount(), 512u);
-    EXPECT_EQ(std::memcmp(receive.memory.data(), host::SharingCommand(on).data(), 21), 0);
+    const host::Bytes command = host::SharingCommand(on);
+    EXPECT_TRUE(std::equal(command.begin(), command.end(), receive.memory.begin()));
   }
   EXPECT_EQ(gate().Facts().receives, 2u);
 }
 
-// What a receive ends with, at once or after it was pending. The last row of each error is what is left of
-// it.
+// What a request ends with, at once or after it was pending.
 struct Outcome {
-  std::uint32_t systemError, deviceStatus;  // as the device ends it
-  DWORD raised;
-  std::uint32_t status, byteCount;
+  std::uint32_t systemError = 0, deviceStatus = 0;  // as the device ends it
+  DWORD raised = 0;
+  std::uint32_t status = 0, byteCount = 0;
 };
 const Outcome outcomes[] = {
     {0, 5, 0, 5, 512},
@@ -98,30 +92,22 @@ const Outcome outcomes[] = {
     {ERROR_NOT_READY, 0, ERROR_NOT_READY, 0, 512},
 };
 
-TEST_F(TgChannel, AnImmediateEndSignalsTheEventUnlessItRaises) {
-  for (const Outcome& o : outcomes) {
-    Receive receive;
-    gate().FailNext({.systemError = o.systemError, .status = o.deviceStatus});
-    EXPECT_EQ(TgError([&] { tg->Submit(*receive.context); }), o.raised);
-    EXPECT_EQ(receive.IsSignalled(), o.raised == 0) << o.systemError;
-    EXPECT_TRUE(tg->Poll(*receive.context));
-    EXPECT_EQ(receive.status(), o.status);
-    EXPECT_EQ(receive.byteCount(), o.byteCount);
-  }
-}
-
-TEST_F(TgChannel, APendingReceiveGetsItsOutcomeWhenPolled) {
-  for (const Outcome& o : outcomes) {
-    Receive receive;
-    gate().FailNext({.systemError = o.systemError, .status = o.deviceStatus, .pendFirst = true});
-    tg->Submit(*receive.context);
-    receive.context->Wait();
-    bool finished = false;
-    EXPECT_EQ(TgError([&] { finished = tg->Poll(*receive.context); }), o.raised);
-    EXPECT_EQ(finished, o.raised == 0) << o.systemError;
-    EXPECT_TRUE(tg->Poll(*receive.context));  // idle again
-    EXPECT_EQ(receive.status(), o.status);
-    EXPECT_EQ(receive.byteCount(), o.byteCount);
+TEST_F(TgChannel, AReceiveEndsWithAStatusOrRaisesAtOnceOrWhenPolled) {
+  for (const bool pends : {false, true}) {
+    for (const Outcome& o : outcomes) {
+      SCOPED_TRACE(::testing::Message() << "error " << o.systemError << (pends ? " after pending" : ""));
+      Receive receive;
+      gate().FailNext({.systemError = o.systemError, .status = o.deviceStatus, .pendFirst = pends});
+      const DWORD submitted = TgError([&] { tg->Submit(*receive.context); });
+      if (pends) receive.context->Wait();
+      const DWORD polled = TgError([&] { EXPECT_TRUE(tg->Poll(*receive.context)); });
+      EXPECT_EQ(submitted, pends ? 0 : o.raised);
+      EXPECT_EQ(polled, pends ? o.raised : 0);
+      EXPECT_EQ(receive.IsSignalled(), pends || o.raised == 0);
+      EXPECT_TRUE(tg->Poll(*receive.context));  // idle again
+      EXPECT_EQ(receive.status(), o.status);
+      EXPECT_EQ(receive.byteCount(), o.byteCount);
+    }
   }
 }
 
@@ -138,24 +124,17 @@ TEST_F(TgChannel, CancellingEndsTheReceive) {
 }
 
 TEST_F(TgChannel, AnExhaustedQuotaIsWaitedFor) {
-  const auto exhaust = [&](std::uint32_t request) {
-    for (int i = 0; i < 3; ++i) gate().FailNext({.request = request, .systemError = ERROR_WORKING_SET_QUOTA});
-    return std::chrono::steady_clock::now();
-  };
-  const auto waited = [](auto since) {
-    return std::chrono::steady_clock::now() - since >= milliseconds(149);
-  };
+  for (const std::uint32_t request : {TgReceiveCommand, TgReceiveCommand, TgSendCommand, TgSendCommand})
+    gate().FailNext({.request = request, .systemError = ERROR_WORKING_SET_QUOTA});
+  const auto start = std::chrono::steady_clock::now();
   Receive receive;
-  auto start = exhaust(TgReceiveCommand);
   tg->Submit(*receive.context);
-  EXPECT_TRUE(waited(start));
   EXPECT_FALSE(tg->Poll(*receive.context));
-  EXPECT_EQ(gate().Facts().receives, 4u);
   Send send;
-  start = exhaust(TgSendCommand);
   tg->Call(send.packet.header);
-  EXPECT_TRUE(waited(start));
-  EXPECT_EQ(gate().Facts().sends, 4u);
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(199));
+  EXPECT_EQ(gate().Facts().receives, 3u);
+  EXPECT_EQ(gate().Facts().sends, 3u);
   EXPECT_EQ(send.packet.header.status, TgStatusSuccess);
   tg->Cancel();
   receive.context->Wait();
@@ -196,10 +175,29 @@ TEST_F(TgChannel, ACallEndsWithAStatusOrRaises) {
 TEST_F(TgChannel, ACallWithoutADeviceRaisesAndTheNextOneTriesAgain) {
   Send send;
   gate().SetPresent(false);
+  EXPECT_EQ(OpenTg(), nullptr);
   EXPECT_EQ(TgError([&] { tg->Call(send.packet.header); }), DWORD{ERROR_FILE_NOT_FOUND});
   EXPECT_EQ(gate().Facts().sends, 0u);
   gate().SetPresent(true);
   EXPECT_EQ(TgError([&] { tg->Call(send.packet.header); }), 0u);
+}
+
+// The device of the commands reports what the channel would turn into a status, and tries nothing twice.
+TEST_F(TgChannel, AnExchangeOfACommandGivesItsCountAndItsStatus) {
+  std::vector<Outcome> all(std::begin(outcomes), std::end(outcomes));
+  all.push_back({.systemError = ERROR_WORKING_SET_QUOTA});
+  for (const Outcome& o : all) {
+    for (const bool asked : {true, false}) {
+      Send send;
+      ToolDevice device;
+      std::uint32_t status = 0x1234;
+      gate().FailNext({.request = TgSendCommand, .systemError = o.systemError, .status = o.deviceStatus});
+      EXPECT_EQ(device.Ioctl(TgSendCommand, send.memory.data(), 64, asked ? &status : nullptr),
+                o.systemError == 0 ? 48u : 0u);
+      EXPECT_EQ(status, !asked ? 0x1234u : o.systemError != 0 ? o.systemError : o.deviceStatus);
+    }
+  }
+  EXPECT_EQ(gate().Facts().sends, 2 * all.size());
 }
 
 }  // namespace

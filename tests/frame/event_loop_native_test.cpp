@@ -1,73 +1,126 @@
-// The event loop with a failing call. It runs in a process of its own, since a failed wait opens the log for
-// good.
-#include "frame/event_loop.h"
-
+// The event loop where calls fail, where the device takes its time, and where a command looks at the queue.
 #include <platform/control.h>
 
+#include <cstring>
 #include <fstream>
 #include <regex>
-#include <thread>
 
-#include "frame/worker_guest.h"
-#include "support/fail_call.h"
 #include "support/own_process.h"
+#include "support/tool_guest.h"
 
 namespace {
 
+using platform::FaultPlan;
 using Census = std::map<std::string, std::size_t>;
 
-class EventLoopFailures : public WorkerGuest {
- protected:
-  // The loop on a thread of its own, with a stop that lies in its queue already.
-  static void RunLoopToItsStop() {
-    std::thread([] {
-      MSG message;
-      PeekMessageW(&message, nullptr, stopMessage, stopMessage, PM_NOREMOVE);
-      PostThreadMessageW(GetCurrentThreadId(), stopMessage, 0, 0);
-      ToolWorker worker;
-      worker.gate = OpenTg();
-      RunEventLoop(worker);
-    }).join();
+// Keeps its receives until they are ended by hand, cancelled or not.
+class SlowDevice : public platform::Device {
+ public:
+  using Request = std::shared_ptr<platform::IoRequest>;
+
+  DWORD Open(DWORD, DWORD, bool) override { return 0; }
+  void Close() override {}
+  void Control(Request request) override {
+    std::uint32_t code;
+    std::memcpy(&code, request->buffer(), sizeof code);
+    if (code != 0x9100) return request->Complete(0, request->size());
+    kept.push_back(std::move(request));
+  }
+  void Cancel(const Request& request) override {
+    ++cancelled;
+    if (!slow) request->Complete(ERROR_OPERATION_ABORTED, 0);
+  }
+  // Ends a receive after having written to all its memory.
+  static void End(const Request& request) {
+    std::uint64_t address;
+    std::memcpy(&address, static_cast<std::byte*>(request->buffer()) + 16, sizeof address);
+    std::memset(reinterpret_cast<void*>(address), 0xFF, 512);
+    request->Complete(ERROR_OPERATION_ABORTED, 0);
   }
 
-  static std::vector<std::string> LogLines() {
-    std::ifstream log(platform::GuestRoot() / "Windows" / "Logs" / "tessarine.log");
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(log, line);) lines.push_back(line);
-    return lines;
+  std::vector<Request> kept;
+  int cancelled = 0;
+  bool slow = true;
+};
+
+class EventLoopCalls : public ToolGuest {
+ protected:
+  void TearDown() override {
+    platform::DisarmFaultPlan();
+    ToolGuest::TearDown();
+  }
+
+  static void RunLoop(FaultPlan plan = {}) {
+    platform::ArmFaultPlan(std::move(plan));
+    { const LoopThread loop; }
+    platform::DisarmFaultPlan();
+  }
+  static void FailFirst(const char* function) {
+    RunLoop({.action = FaultPlan::Action::Fail, .call = 1, .function = function, .error = 1234});
+  }
+  std::shared_ptr<SlowDevice> MakeDeviceSlow() {
+    auto device = std::make_shared<SlowDevice>();
+    platform::SetDevice("\\\\.\\tsr_tg", device);
+    return device;
   }
 };
 
-TEST_F(EventLoopFailures, EachFailingCallEndsTheLoopAndLeavesNothingButWhatTheDeviceHolds) {
-  InOwnProcess([&] {
-    platform::ArmFaultPlan({});
-    RunLoopToItsStop();
-    const std::vector<std::string> calls = platform::DisarmFaultPlan();
-    EXPECT_EQ(std::ranges::count(calls, "CancelIo"), 1);
-    Census expected;
-    const auto first = std::ranges::find(calls, "CoInitialize");  // what comes before is the test's own
-    for (auto call = first; call != calls.end(); ++call) {
-      const std::string& failing = *call;
-      const auto number = static_cast<std::size_t>(call - calls.begin() + 1);
-      FailCall(number, 1234);
-      RunLoopToItsStop();
-      platform::DisarmFaultPlan();
-      if (failing == "MsgWaitForMultipleObjectsEx") expected["file"] = 1;  // the log
-      Census left = expected;
-      if (failing == "CancelIo" || failing == "WaitForSingleObject") left["event"] = 1;
-      EXPECT_EQ(platform::Census(), left) << number << ": " << failing;
-      RunLoopToItsStop();  // which frees what the device has let go of since
-      EXPECT_EQ(platform::Census(), expected) << number << ": " << failing;
+TEST_F(EventLoopCalls, ACancelledReceiveIsKeptUntilTheDeviceHasEndedIt) {
+  const auto device = MakeDeviceSlow();
+  bool ended = false, freedEarly = false;
+  RunLoop({.before = [&](const std::string& function) {
+    if (function == "WaitForSingleObject" && !std::exchange(ended, true)) {
+      EXPECT_EQ(device->cancelled, 1);
+      SlowDevice::End(device->kept.at(0));
     }
-    EXPECT_EQ(expected, (Census{{"file", 1}}));
-    ASSERT_EQ(LogLines().size(), 1u);
-    const std::regex failedWait(
-        R"(\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} W /Velomira:\d+:[0-9a-f]+/ \[VELO\] Wait failed! Error 1234)");
-    EXPECT_TRUE(std::regex_match(LogLines()[0], failedWait)) << LogLines()[0];
-    EXPECT_EQ(gate().Facts().opens, gate().Facts().closes);
-    StartAndAwaitAnnouncement();
-    EXPECT_TRUE(StopWorker());
+    freedEarly |= function == "CoUninitialize" && !ended;
+  }});
+  EXPECT_TRUE(ended);
+  EXPECT_FALSE(freedEarly);
+}
+
+// What cannot be cancelled or waited for is kept while the device holds it, and freed by a later loop.
+TEST_F(EventLoopCalls, AReceiveThatTheDeviceHoldsIsFreedByALoopAfterItsEnd) {
+  const auto device = MakeDeviceSlow();
+  FailFirst("WaitForSingleObject");
+  EXPECT_EQ(platform::Census(), (Census{{"event", 1}}));
+  FailFirst("CancelIo");
+  EXPECT_EQ(platform::Census(), (Census{{"event", 2}}));
+  device->slow = false;
+  for (const std::size_t ended : {0u, 1u}) {
+    RunLoop();
+    EXPECT_EQ(platform::Census().at("event"), 2 - ended);
+    SlowDevice::End(device->kept.at(ended));
+  }
+  RunLoop();
+  EXPECT_EQ(platform::Census(), Census{});
+}
+
+// In a process of its own, since the log stays open.
+TEST_F(EventLoopCalls, AFailedWaitEndsTheLoopWithALineInTheLog) {
+  InOwnProcess([&] {
+    FailFirst("MsgWaitForMultipleObjectsEx");
+    EXPECT_EQ(platform::Census(), (Census{{"file", 1}}));
+    EXPECT_EQ(gate().Facts().cancelled, 1u);
+    std::ifstream log(platform::GuestRoot() / "Windows" / "Logs" / "tessarine.log");
+    const std::string text(std::istreambuf_iterator<char>(log), {});
+    const std::regex line(
+        R"(\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} W /Velomira:\d+:[0-9a-f]+/ \[VELO\] Wait failed! Error 1234\n)");
+    EXPECT_TRUE(std::regex_match(text, line)) << text;
   });
+}
+
+TEST_F(EventLoopCalls, AStopThatACommandHasSeenAndLeftEndsTheLoop) {
+  StartAndAwaitAnnouncement();
+  std::promise<void> asked;
+  Watch([&](std::span<const std::byte>) {  // on the worker's thread, within the command
+    asked.set_value();
+    MSG message;
+    while (!PeekMessageW(&message, nullptr, 0, 0, PM_NOREMOVE)) std::this_thread::yield();
+  });
+  gate().Push(on);
+  asked.get_future().wait();
+  EXPECT_EQ(module->Stop(), 0);
 }
 
 }  // namespace

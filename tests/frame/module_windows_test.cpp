@@ -1,18 +1,13 @@
-// The module as its loading program has it, the DLL over a real driver: what a thousand runs leave, a stop
-// while a command runs, and two modules in two processes at one device.
+// The module as its loading program has it, the DLL over a real driver: what a thousand runs leave, and two
+// modules in two processes at one device.
 #include <windows.h>
 
 #include <winternl.h>
 
-#include <future>
-
-#include "frame/worker_guest.h"
-#include "host/system.h"
 #include "support/child_process.h"
+#include "support/tool_guest.h"
 
 namespace {
-
-using namespace std::chrono_literals;
 
 // The open handles of this process. GetProcessHandleCount is always 0 under Wine.
 ULONG Handles() {
@@ -28,10 +23,7 @@ ULONG Handles() {
   }
 }
 
-class ModuleLibrary : public WorkerGuest {
- protected:
-  std::unique_ptr<host::Module> module = host::LoadModule(host::DefaultModule());
-};
+using ModuleLibrary = ToolGuest;
 
 TEST_F(ModuleLibrary, AThousandRunsLeaveNoHandleAndTheLibraryGoes) {
   ULONG handles = 0;
@@ -39,7 +31,7 @@ TEST_F(ModuleLibrary, AThousandRunsLeaveNoHandleAndTheLibraryGoes) {
   for (std::uint64_t run = 0; run < all; ++run) {
     if (run == warm) handles = Handles();
     ASSERT_EQ(module->Start(), 0);
-    if (run % 100 == 99) Run(Command(7));
+    if (run % 100 == 99) Run(other);
     ASSERT_EQ(module->Stop(), 0);
   }
   const host::GateFacts facts = gate().Facts();
@@ -52,33 +44,12 @@ TEST_F(ModuleLibrary, AThousandRunsLeaveNoHandleAndTheLibraryGoes) {
   EXPECT_EQ(GetModuleHandleW(L"velomira.dll"), nullptr);
 }
 
-TEST_F(ModuleLibrary, AStopWhileACommandRunsLetsItEnd) {
-  ASSERT_EQ(module->Start(), 0);
-  Await(CmdSharingState);
-  std::promise<void> asked, answer;
-  Watch([&](std::span<const std::byte>) {
-    asked.set_value();
-    answer.get_future().wait();
-  });
-  gate().Push(host::SharingCommand(true));
-  asked.get_future().wait();
-  auto stop = std::async(std::launch::async, [&] { return module->Stop(); });
-  EXPECT_EQ(stop.wait_for(100ms), std::future_status::timeout);
-  EXPECT_FALSE(gate().WaitIdle(0ms));
-  answer.set_value();
-  EXPECT_EQ(stop.get(), 0);
-  const host::GateFacts facts = gate().Facts();
-  EXPECT_EQ(facts.receives, 2u);  // submitted once more after the command, and cancelled
-  EXPECT_EQ(facts.cancelled, 1u);
-  EXPECT_EQ(facts.closes, facts.opens);
-}
-
 // The host's side of two guests at one device.
 class TwoGuests {
  public:
   TwoGuests() {
     gate->Serve([this](std::span<const std::byte> envelope) {
-      announcements += host::GetU32(envelope, 0) == CmdSharingState;
+      announcements += host::GetU32(envelope, 0) == 100;
       return host::AnswerCommand({}, envelope);
     });
   }

@@ -1,104 +1,104 @@
-// Starts and stops in which a call of the system fails. Starter and worker race for the numbers of their
-// calls, so a sweep repeats until each call that it is after has been the one that failed.
+// Starts and stops in which a call of the system fails, and what the worker's rest costs.
 #include <platform/control.h>
 
 #include <atomic>
-#include <set>
-#include <thread>
 
-#include "frame/worker_guest.h"
-#include "support/fail_call.h"
+#include "support/tool_guest.h"
 
 namespace {
 
-class WorkerFailures : public WorkerGuest {
+using platform::FaultPlan;
+
+class WorkerCalls : public ToolGuest {
  protected:
-  void AwaitEnd() {
+  static void FailFirst(const char* function) {
+    platform::ArmFaultPlan({.action = FaultPlan::Action::Fail, .call = 1, .function = function});
+  }
+  // Starts a worker that `fault` ends, and waits until its loop is over.
+  void StartAndAwaitEnd(const host::Fault& fault) {
+    const std::uint64_t receives = gate().Facts().receives;
+    gate().FailNext(fault);
+    EXPECT_EQ(module->Start(), 0);
+    while (gate().Facts().receives == receives) std::this_thread::yield();
     while (platform::Census().contains("com")) std::this_thread::yield();
   }
 };
 
-TEST_F(WorkerFailures, AStartThatFailsAnywhereLeavesNothing) {
-  std::set<std::string> left{"CreateEventW", "_beginthreadex", "WaitForMultipleObjects", "CreateFileW",
-                             "SetEvent"};
-  for (std::size_t attempt = 0; attempt < 20000 && !left.empty(); ++attempt) {
-    const std::size_t number = 1 + attempt % 6;
-    FailCall(number);
-    const bool started = StartWorker();
-    const std::vector<std::string> calls = platform::DisarmFaultPlan();
-    const std::string failed = calls.size() < number ? "" : calls[number - 1];
-    // A second event is the loop's own, after the start.
-    if (left.contains(failed) && (failed != "CreateEventW" || number == 1)) {
-      EXPECT_FALSE(started) << failed;
-      EXPECT_EQ(platform::Census().size(), 0u) << failed;
-      left.erase(failed);
-    }
-    EXPECT_TRUE(StopWorker());
+TEST_F(WorkerCalls, AStartThatFailsLeavesNothing) {
+  for (const char* call :
+       {"CreateEventW", "_beginthreadex", "CreateFileW", "SetEvent", "WaitForMultipleObjects"}) {
+    FailFirst(call);
+    EXPECT_EQ(module->Start(), 1) << call;
+    platform::DisarmFaultPlan();
+    EXPECT_TRUE(platform::Census().empty()) << call;
+    EXPECT_EQ(module->Notify(5), 0);  // tries again
+    EXPECT_EQ(module->Stop(), 0);
+    EXPECT_TRUE(platform::Census().empty()) << call;
   }
-  EXPECT_TRUE(left.empty()) << "never failed: " << *left.begin();
-  TakeAsked();
-  StartAndAwaitAnnouncement();
 }
 
-TEST_F(WorkerFailures, AFailedWaitForTheStopLeavesTheWorkerPublishedUntilTheNextStop) {
-  gate().FailNext({.systemError = ERROR_GEN_FAILURE});
-  EXPECT_TRUE(StartWorker());
-  while (gate().Facts().receives == 0) std::this_thread::yield();
-  AwaitEnd();  // the thread calls nothing more, so the next calls are the stop's
-  FailCall(2);
-  EXPECT_FALSE(StopWorker());
-  EXPECT_EQ(platform::DisarmFaultPlan(),
-            (std::vector<std::string>{"PostThreadMessageW", "WaitForSingleObject", "CloseHandle"}));
-  EXPECT_FALSE(platform::Census().contains("thread"));
-  EXPECT_EQ(gate().Facts().closes, 0u);
-  const auto opens = gate().Facts().opens;
-  EXPECT_TRUE(StartWorker());
-  EXPECT_EQ(gate().Facts().opens, opens);
-  platform::ArmFaultPlan({});
-  EXPECT_TRUE(StopWorker());
-  EXPECT_EQ(platform::DisarmFaultPlan(), std::vector<std::string>{"CloseHandle"});  // the device
-  EXPECT_EQ(gate().Facts().closes, opens);
+// The worker is kept in its first call until the starter asks it to end, or has left it behind.
+TEST_F(WorkerCalls, AStartWhoseWaitFailsEndsItsThreadBeforeItReturns) {
+  std::atomic<bool> entered = false, askedToEnd = false, returned = false;
+  platform::ArmFaultPlan({.action = FaultPlan::Action::Fail,
+                          .call = 1,
+                          .function = "WaitForMultipleObjects",
+                          .before = [&](const std::string& function) {
+                            if (function == "PostThreadMessageW") askedToEnd = true;
+                            if (function != "CreateFileW" || entered.exchange(true)) return;
+                            while (!askedToEnd && !returned) std::this_thread::yield();
+                          }});
+  EXPECT_EQ(module->Start(), 1);
+  returned = true;
+  while (!entered) std::this_thread::yield();
+  EXPECT_TRUE(askedToEnd);
+  EXPECT_TRUE(platform::Census().empty());
+  platform::DisarmFaultPlan();
 }
 
-TEST_F(WorkerFailures, AStopWaitsForTheCommandThatRuns) {
-  StartAndAwaitAnnouncement();
-  const auto posts = [] { return platform::CallCounts()["PostThreadMessageW"]; };
-  std::atomic<bool> over = false;
-  const auto before = posts();
-  Watch([&](std::span<const std::byte>) {
-    while (posts() == before) std::this_thread::yield();
-    EXPECT_FALSE(gate().WaitIdle(std::chrono::milliseconds(0)));  // no receive while a command runs
-    over = true;
-  });
-  gate().Push(host::SharingCommand(true));
-  while (gate().Facts().sends < 2) std::this_thread::yield();
-  EXPECT_TRUE(StopWorker());
-  EXPECT_TRUE(over);
-  const host::GateFacts facts = gate().Facts();
-  EXPECT_EQ(facts.receives, 2u);  // submitted once more after the command, and cancelled
-  EXPECT_EQ(facts.cancelled, 1u);
+TEST_F(WorkerCalls, AFailedWaitForTheStopLeavesTheWorkerPublishedUntilTheNextStop) {
+  const std::function<std::int32_t()> stops[] = {[&] { return module->Stop(); },
+                                                 [&] { return module->Notify(6); }};
+  for (const auto& stop : stops) {
+    const host::GateFacts before = gate().Facts();
+    StartAndAwaitEnd({.systemError = ERROR_GEN_FAILURE});
+    FailFirst("WaitForSingleObject");
+    EXPECT_EQ(stop(), 0);
+    platform::DisarmFaultPlan();
+    EXPECT_EQ(platform::Census(), (std::map<std::string, std::size_t>{{"device", 1}}));
+    EXPECT_EQ(module->Start(), 0);
+    EXPECT_EQ(gate().Facts().opens, before.opens + 1);
+    EXPECT_EQ(stop(), 0);
+    EXPECT_TRUE(platform::Census().empty());
+  }
 }
 
-TEST_F(WorkerFailures, AnErrorOfAPendingReceiveEndsTheWorkerWhichStaysPublished) {
-  platform::ResetCallCounts();
-  gate().FailNext({.systemError = ERROR_NOT_READY, .pendFirst = true});
-  EXPECT_TRUE(StartWorker());
-  while (!platform::CallCounts().contains("MsgWaitForMultipleObjectsEx")) std::this_thread::yield();
-  AwaitEnd();
-  EXPECT_TRUE(StartWorker());
-  EXPECT_EQ(gate().Facts().opens, 2u);
-  EXPECT_EQ(gate().Facts().closes, 0u);
-  EXPECT_TRUE(StopWorker());
-  EXPECT_EQ(gate().Facts().closes, 2u);
-  EXPECT_EQ(gate().Facts().cancelled, 0u);
+// Errors that the protocol does not know, of a receive and of the announcement.
+TEST_F(WorkerCalls, ALoopThatEndsByItselfLeavesTheWorkerPublished) {
+  const host::Fault faults[] = {{.systemError = ERROR_GEN_FAILURE},
+                                {.systemError = ERROR_NOT_READY, .pendFirst = true},
+                                {.request = host::sendCommand, .systemError = ERROR_GEN_FAILURE}};
+  for (const host::Fault& fault : faults) {
+    const host::GateFacts before = gate().Facts();
+    StartAndAwaitEnd(fault);
+    const host::GateFacts ended = gate().Facts();
+    EXPECT_EQ(module->Start(), 0);
+    EXPECT_EQ(module->Stop(), 0);
+    const host::GateFacts facts = gate().Facts();
+    EXPECT_EQ(facts.opens, ended.opens);
+    EXPECT_EQ(ended.closes, before.closes);
+    EXPECT_EQ(facts.closes, facts.opens);
+    EXPECT_EQ(facts.receives - before.receives, 1u);
+    EXPECT_EQ(facts.cancelled - before.cancelled, fault.request == host::sendCommand ? 1u : 0u);
+  }
 }
 
-TEST_F(WorkerFailures, BetweenCommandsTheWorkerSleepsInOneWait) {
+TEST_F(WorkerCalls, BetweenCommandsTheWorkerSleepsInOneWait) {
   platform::ResetCallCounts();
   StartAndAwaitAnnouncement();
   for (std::size_t waits = 1; waits <= 11; ++waits) {
     while (platform::CallCounts()["MsgWaitForMultipleObjectsEx"] < waits) std::this_thread::yield();
-    if (waits <= 10) gate().Push(Command(7));
+    if (waits <= 10) gate().Push(other);
   }
   const auto counts = platform::CallCounts();
   const std::map<std::string, std::size_t> expected{

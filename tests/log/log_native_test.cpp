@@ -1,36 +1,35 @@
-// The log's file: where it is made, how it is found again, and who may use it. The host is looked at
-// directly, since the layer has no call that moves a file; a folder without the owner's write bit is one that
-// denies access.
+// The log's file: where it is made, how it is found again, who may use it, and what goes wrong on the way.
+// The host is looked at directly, since the layer has no call that moves a file; a folder without the owner's
+// write bit is one that denies access. A process settles its place once, hence one for each case.
 #include <aclapi.h>
-#include <gtest/gtest.h>
 #include <platform/control.h>
 #include <sddl.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <chrono>
+#include <ctime>
 #include <fstream>
-#include <sstream>
+#include <new>
 #include <thread>
 
+#include "common/handles.h"
 #include "log/log.h"
-#include "support/fail_call.h"
+#include "log/log_security.h"
 #include "support/guest.h"
 #include "support/own_process.h"
 
 namespace {
 
 namespace fs = std::filesystem;
+using platform::FaultPlan;
 
 class LogFile : public GuestTest {
  protected:
   static fs::path Primary() { return platform::GuestRoot() / "Windows" / "Logs" / "tessarine.log"; }
+  static fs::path Moved() { return Primary().parent_path() / "moved.log"; }
   static fs::path Fallback() {
     return platform::GuestRoot() / "Users" / "guest" / "AppData" / "Local" / "tessarine.log";
   }
 
-  static void Write(const std::string& message) { WriteLog("T", "C", 1, "%s", message.c_str()); }
+  static void Write(const char* message) { WriteLog("T", "C", 1, "%s", message); }
 
   // Time, level and origin left out; the lines' messages, each with a ';'.
   static std::string Messages(const fs::path& path) {
@@ -40,95 +39,130 @@ class LogFile : public GuestTest {
     return messages;
   }
 
-  // Writes lines until the file at `path` has one. The log looks once a second whether its file is still
-  // there.
-  static void WriteUntilIn(const fs::path& path) {
-    const auto start = std::chrono::steady_clock::now();
-    while (Messages(path).empty()) {
-      ASSERT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(30));
-      Write("again");
+  // Writes lines until `reached`. The log looks once a second whether its file is still there.
+  template <class Condition>
+  static void WriteUntil(Condition reached) {
+    for (int i = 0; i < 6000 && !reached(); ++i) {
       std::this_thread::sleep_for(std::chrono::milliseconds(5));
+      Write("again");
     }
+    EXPECT_TRUE(reached());
   }
 
   static void Deny(const fs::path& folder, bool deny) {
     fs::permissions(folder, fs::perms::owner_write, deny ? fs::perm_options::remove : fs::perm_options::add);
   }
+  static std::size_t OpenFiles() { return platform::Census()["file"]; }
+  static void FailAll(const char* function, DWORD error = 0) {
+    platform::ArmFaultPlan(
+        {.action = FaultPlan::Action::Fail, .call = 1, .function = function, .repeat = true, .error = error});
+  }
 
-  // The mask that interactive users have on the file, 0 without an entry; -1 when there are two.
+  static UniqueFile OpenForAccess(const fs::path& path) {
+    const std::u16string name = u"C:\\" + fs::relative(path, platform::GuestRoot()).u16string();
+    return UniqueFile(
+        CreateFileW(name.c_str(), READ_CONTROL | WRITE_DAC, 7, nullptr, OPEN_EXISTING, 0, nullptr));
+  }
+  // The mask that interactive users have on the file, 0 without an entry; -1 when there are two, -2 without
+  // an access list.
   static std::int64_t InteractiveMask(const fs::path& path) {
-    const std::u16string guestPath = u"C:\\" + fs::relative(path, platform::GuestRoot()).u16string();
-    const HANDLE file = CreateFileW(guestPath.c_str(), READ_CONTROL, 7, nullptr, OPEN_EXISTING, 0, nullptr);
     PACL dacl = nullptr;
     PSECURITY_DESCRIPTOR descriptor = nullptr;
-    EXPECT_EQ(GetSecurityInfo(file, SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr, &dacl,
-                              nullptr, &descriptor),
+    EXPECT_EQ(GetSecurityInfo(OpenForAccess(path).get(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr,
+                              nullptr, &dacl, nullptr, &descriptor),
               0u);
+    std::int64_t mask = dacl == nullptr ? -2 : 0;
     ULONG count = 0;
     PEXPLICIT_ACCESSW entries = nullptr;
-    EXPECT_EQ(GetExplicitEntriesFromAclW(dacl, &count, &entries), 0u);
-    EXPECT_GE(count, 3u);  // those that every file has
     PSID interactive = nullptr;
     ConvertStringSidToSidW(TEXT("IU"), &interactive);
-    std::int64_t mask = 0;
+    if (dacl != nullptr) {
+      EXPECT_EQ(GetExplicitEntriesFromAclW(dacl, &count, &entries), 0u);
+      EXPECT_GE(count, 3u);  // those that every file has
+    }
     for (ULONG i = 0; i < count; ++i) {
       if (!EqualSid(entries[i].Trustee.ptstrName, interactive)) continue;
       mask = mask == 0 ? entries[i].grfAccessPermissions : -1;
-      EXPECT_EQ(entries[i].grfInheritance, NO_INHERITANCE);
     }
-    LocalFree(interactive);
-    LocalFree(entries);
-    LocalFree(descriptor);
-    CloseHandle(file);
+    for (void* memory : {static_cast<void*>(interactive), static_cast<void*>(entries), descriptor})
+      LocalFree(memory);
     return mask;
   }
 
   static constexpr std::int64_t readAndWrite = FILE_GENERIC_READ | FILE_GENERIC_WRITE;
 };
 
-TEST_F(LogFile, AnExistingFileIsContinuedWithItsAccessListAsItIs) {
+TEST_F(LogFile, IsMadeWithItsFolderKeptOpenAndOpenedAnewWhenReplaced) {
   InOwnProcess([] {
-    fs::create_directories(Primary().parent_path());
-    std::ofstream(Primary()) << "- before\n";
-    Write("a");
-    EXPECT_EQ(Messages(Primary()), "before;a;");
-    EXPECT_EQ(InteractiveMask(Primary()), 0);
-  });
-}
-
-TEST_F(LogFile, IsMadeWithItsFolderKeptOpenAndOpenedAnewWhenDeletedOrReplaced) {
-  InOwnProcess([] {
-    ASSERT_FALSE(fs::exists(Primary().parent_path()));
     Write("first");
     Write("second");
     EXPECT_EQ(Messages(Primary()), "first;second;");
     EXPECT_EQ(InteractiveMask(Primary()), readAndWrite);
-    EXPECT_EQ(platform::Census(), (std::map<std::string, std::size_t>{{"file", 1}}));
-    const fs::path moved = Primary().parent_path() / "moved.log";
-    fs::rename(Primary(), moved);
-    WriteUntilIn(Primary());
+    fs::rename(Primary(), Moved());
+    WriteUntil([] { return fs::exists(Primary()); });
     EXPECT_EQ(InteractiveMask(Primary()), readAndWrite);
-    EXPECT_TRUE(Messages(moved).starts_with("first;second;"));
-    const std::string left = Messages(moved);
+    EXPECT_TRUE(Messages(Moved()).starts_with("first;second;"));
+    const std::string left = Messages(Moved());
 
     fs::remove(Primary());
-    std::ofstream(Primary()).flush();  // someone else's, and empty
-    WriteUntilIn(Primary());
-    EXPECT_EQ(InteractiveMask(Primary()), 0);
-    Write("last");
-    EXPECT_TRUE(Messages(Primary()).ends_with("last;"));
-    EXPECT_EQ(Messages(moved), left);
-    EXPECT_EQ(platform::Census(), (std::map<std::string, std::size_t>{{"file", 1}}));
+    std::ofstream(Primary()) << "- theirs\n";
+    WriteUntil([] { return Messages(Primary()) != "theirs;"; });
+    EXPECT_TRUE(Messages(Primary()).starts_with("theirs;again;"));
+    EXPECT_EQ(InteractiveMask(Primary()), 0);  // somebody else's, and as they made it
+    EXPECT_EQ(Messages(Moved()), left);
+    EXPECT_EQ(OpenFiles(), 1u);
     EXPECT_FALSE(fs::exists(Fallback()));
   });
 }
 
+TEST_F(LogFile, IsLookedAtOnceASecond) {
+  InOwnProcess([] {
+    platform::ResetCallCounts();
+    const std::time_t start = std::time(nullptr);
+    for (int i = 0; i < 2000; ++i) Write("line");
+    const auto looks = platform::CallCounts()["GetFileInformationByHandle"] / 2;
+    EXPECT_LE(looks, static_cast<std::size_t>(std::time(nullptr) - start) + 1);
+    EXPECT_EQ(platform::CallCounts()["WriteFile"], 2000u);
+  });
+}
+
+// Where the log is when its folder cannot be made: a folder that is there serves whatever its creation failed
+// with, a file of that name does not. Without a folder the log lies at the root.
+TEST_F(LogFile, AFolderThatIsThereServesWhateverItsCreationFailsWith) {
+  const struct {
+    const char* what;
+    bool folder, file;  // what is called "Logs" before
+    DWORD error;        // of the creation; 0: it is not made to fail
+    bool primary;
+  } cases[] = {
+      {"there", true, false, 0, true},
+      {"there, creation denied", true, false, ERROR_ACCESS_DENIED, true},
+      {"missing, creation denied", false, false, ERROR_ACCESS_DENIED, false},
+      {"a file", false, true, 0, false},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    InOwnProcess([&] {
+      const fs::path logs = Primary().parent_path();
+      fs::create_directories(logs.parent_path());
+      if (c.folder) fs::create_directory(logs);
+      if (c.file) std::ofstream(logs) << "in the way";
+      if (c.error != 0) FailAll("CreateDirectoryW", c.error);
+      Write("a");
+      EXPECT_EQ(Messages(Primary()), c.primary ? "a;" : "");
+      EXPECT_EQ(Messages(platform::GuestRoot() / "tessarine.log"), c.primary ? "" : "a;");
+    });
+  }
+}
+
+// The place is asked for once, and each line tries to open the file there.
 TEST_F(LogFile, FallsBackToTheUsersFolderForGoodAndTriesAgainForEachLine) {
   InOwnProcess([] {
     fs::create_directories(Primary().parent_path());
     fs::create_directories(Fallback().parent_path());
     Deny(Primary().parent_path(), true);
     Deny(Fallback().parent_path(), true);
+    platform::ResetCallCounts();
     Write("lost");
     Write("lost");
     Deny(Primary().parent_path(), false);
@@ -137,80 +171,80 @@ TEST_F(LogFile, FallsBackToTheUsersFolderForGoodAndTriesAgainForEachLine) {
     Write("a");
     Write("b");
     EXPECT_EQ(Messages(Fallback()), "a;b;");
-    EXPECT_EQ(InteractiveMask(Fallback()), readAndWrite);
     EXPECT_FALSE(fs::exists(Primary()));
-  });
-}
-
-TEST_F(LogFile, AFileThatCannotBeMadeAgainMovesTheLogToTheFallback) {
-  InOwnProcess([] {
-    Write("first");
-    fs::remove(Primary());
-    Deny(Primary().parent_path(), true);
-    WriteUntilIn(Fallback());
-    EXPECT_FALSE(fs::exists(Primary()));
-    EXPECT_EQ(platform::Census(), (std::map<std::string, std::size_t>{{"file", 1}}));
+    EXPECT_EQ(platform::CallCounts()["GetWindowsDirectoryW"], 1u);
+    EXPECT_EQ(platform::CallCounts()["SHGetFolderPathW"], 1u);
   });
 }
 
 // When the fallback cannot be opened either, the old file is let go of all the same.
-TEST_F(LogFile, AnUnusableFallbackLeavesNoFileOpen) {
-  InOwnProcess([] {
-    Write("first");
-    const fs::path moved = Primary().parent_path() / "moved.log";
-    fs::rename(Primary(), moved);
-    Deny(Primary().parent_path(), true);
-    Deny(Fallback().parent_path(), true);
-    const auto start = std::chrono::steady_clock::now();
-    while (!platform::Census().empty() &&
-           std::chrono::steady_clock::now() - start < std::chrono::seconds(5)) {
-      Write("again");
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    EXPECT_TRUE(platform::Census().empty());
-    Deny(Primary().parent_path(), false);
-    Deny(Fallback().parent_path(), false);
-  });
-}
-
-TEST_F(LogFile, WithoutAFolderTheLogLiesAtTheRoot) {
-  InOwnProcess([] {
-    fs::create_directories(platform::GuestRoot() / "Windows");
-    Deny(platform::GuestRoot() / "Windows", true);
-    Write("a");
-    EXPECT_EQ(Messages(platform::GuestRoot() / "tessarine.log"), "a;");
-    Deny(platform::GuestRoot() / "Windows", false);
-  });
-}
-
-// The first line settles the place of the log, hence a process for each call that fails in it.
-TEST_F(LogFile, AFailingCallMovesTheLogAtMostAndOnlyWithoutAFileOrAWriteIsALineLost) {
+TEST_F(LogFile, AFileThatCannotBeMadeAgainMovesTheLogToTheFallbackOrClosesIt) {
   for (const bool denied : {false, true}) {
-    const std::size_t last = denied ? 27 : 21;
-    for (std::size_t number = 1; number <= last; ++number) {
-      InOwnProcess([number, denied, last] {
-        fs::create_directories(Primary().parent_path());
-        Deny(Primary().parent_path(), denied);
-        FailCall(number);
-        SetLastError(77);
-        Write("a");
-        EXPECT_EQ(GetLastError(), 77u);
-        const std::vector<std::string> calls = platform::DisarmFaultPlan();
-        EXPECT_TRUE(number < last || calls.size() < last) << "not all calls have failed";
-        const auto end = calls.begin() + static_cast<std::ptrdiff_t>(std::min(number, calls.size()));
-        const std::string failed = number <= calls.size() ? calls[number - 1] : "";
-        const bool noFile = (failed == "CreateFileW" || failed == "MultiByteToWideChar") &&
-                            std::count(calls.begin(), end, "SHGetFolderPathW") == 1;
-        Write("b");
-        const fs::path root = platform::GuestRoot() / "tessarine.log";
-        EXPECT_EQ(Messages(Primary()) + Messages(Fallback()) + Messages(root),
-                  noFile || failed == "WriteFile" ? "b;" : "a;b;")
-            << failed;
-        EXPECT_EQ(platform::Census(), (std::map<std::string, std::size_t>{{"file", 1}})) << failed;
-        Deny(Primary().parent_path(), false);
-      });
-    }
+    InOwnProcess([denied] {
+      Write("first");
+      fs::rename(Primary(), Moved());
+      Deny(Primary().parent_path(), true);
+      fs::create_directories(Fallback().parent_path());
+      Deny(Fallback().parent_path(), denied);
+      WriteUntil([&] { return denied ? OpenFiles() == 0 : !Messages(Fallback()).empty(); });
+      EXPECT_EQ(OpenFiles(), denied ? 0u : 1u);
+      Deny(Primary().parent_path(), false);
+      Deny(Fallback().parent_path(), false);
+    });
   }
+}
+
+// A line that is on its way while others replace the file goes where it was going, and the file is closed
+// after it: the gate of the platform's calls stops it right before its write.
+TEST_F(LogFile, AReplacedFileIsClosedByTheLastLineThatIsOnItsWayThere) {
+  InOwnProcess([] {
+    bool stopped = false;
+    platform::ArmFaultPlan({.before = [&](const std::string& function) {
+      if (function != "WriteFile" || std::exchange(stopped, true)) return;
+      for (const std::size_t open : {2u, 3u}) {  // the replaced ones stay open as long as this line is out
+        fs::rename(Primary(), Moved().concat(std::to_string(open)));
+        WriteUntil([] { return fs::exists(Primary()); });
+        EXPECT_EQ(OpenFiles(), open);
+      }
+    }});
+    Write("late");
+    EXPECT_TRUE(Messages(Moved().concat("2")).ends_with("late;"));
+    EXPECT_EQ(OpenFiles(), 1u);
+  });
+}
+
+TEST_F(LogFile, OutOfMemoryLosesTheLineAlone) {
+  InOwnProcess([] {
+    fs::create_directories(Primary().parent_path());
+    for (const char* call : {"GetWindowsDirectoryW", "CreateFileW", "WriteFile"}) {
+      platform::ArmFaultPlan({.before = [&](const std::string& function) {
+        if (function == call) throw std::bad_alloc();
+      }});
+      Write("lost");
+      platform::DisarmFaultPlan();
+    }
+    Write("a");
+    EXPECT_EQ(Messages(Primary()), "a;");
+    EXPECT_EQ(OpenFiles(), 1u);
+  });
+}
+
+// A failed step of the access list costs the entry alone; a file that everybody may use stays so.
+TEST_F(LogFile, TheEntryForInteractiveUsersIsAddedToAListAndNeverMakesOne) {
+  fs::create_directories(Primary().parent_path());
+  std::ofstream(Primary()).flush();
+  for (const char* call :
+       {"GetSecurityInfo", "ConvertStringSidToSidW", "SetEntriesInAclW", "SetSecurityInfo"}) {
+    FailAll(call);
+    GrantInteractiveUsers(OpenForAccess(Primary()).get());
+    platform::DisarmFaultPlan();
+    EXPECT_EQ(InteractiveMask(Primary()), 0) << call;
+  }
+  EXPECT_EQ(SetSecurityInfo(OpenForAccess(Primary()).get(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION,
+                            nullptr, nullptr, nullptr, nullptr),
+            0u);
+  GrantInteractiveUsers(OpenForAccess(Primary()).get());
+  EXPECT_EQ(InteractiveMask(Primary()), -2);
 }
 
 }  // namespace

@@ -92,6 +92,8 @@ struct FaultPlan {
   bool repeat = false;             // every later call of the same function fails as well, until disarmed
   DWORD error = 0;                 // 0: the function's own plausible error
   std::function<void()> ending{};  // EndProcess: runs before the process ends with status 86
+  // Runs before each call, on its thread; its own calls pass it too. What it throws leaves the call.
+  std::function<void(const std::string& function)> before{};
 };
 void ArmFaultPlan(FaultPlan plan);
 // Ends the plan and returns the names of the calls that passed, in order (number n is at n - 1).

@@ -1,15 +1,14 @@
-// A stop message that a command of the DLL has looked at and left in the queue, as COM and the shell may do:
-// it still ends the loop. One of the DLL's imports is the test's own for that.
+// What only a real message queue shows: messages of windows, and a stop message that a command of the module
+// has looked at and left in the queue, as COM and the shell may do.
 #include <windows.h>
 
-#include <future>
+#include <atomic>
 
-#include "frame/worker_guest.h"
-#include "host/system.h"
+#include "support/tool_guest.h"
 
 namespace {
 
-using SeenMessage = WorkerGuest;
+using Messages = ToolGuest;
 
 // The place in `module` that holds the address of what it imports as `function`; null when it does not.
 void** ImportSlot(HMODULE module, const char* function) {
@@ -42,18 +41,40 @@ LSTATUS WINAPI LookAtTheQueueFirst(REGSAM access, PHKEY hive) {
   return RegOpenCurrentUser(access, hive);
 }
 
-TEST_F(SeenMessage, AStopThatACommandHasSeenAndLeftEndsTheLoop) {
-  const auto module = host::LoadModule(host::DefaultModule());
+TEST_F(Messages, AStopThatACommandHasSeenAndLeftEndsTheLoop) {
   void** const slot = ImportSlot(GetModuleHandleW(L"velomira.dll"), "RegOpenCurrentUser");
   ASSERT_NE(slot, nullptr);
   DWORD protection = 0;
   ASSERT_TRUE(VirtualProtect(slot, sizeof *slot, PAGE_READWRITE, &protection));
   *slot = reinterpret_cast<void*>(LookAtTheQueueFirst);
-  ASSERT_EQ(module->Start(), 0);
-  Await(CmdSharingState);
-  gate().Push(host::SharingCommand(false));
+  StartAndAwaitAnnouncement();
+  gate().Push(off);
   called.get_future().wait();
   EXPECT_EQ(module->Stop(), 0);
+}
+
+std::atomic<int> stopsOfTheWindow;
+
+LRESULT CALLBACK Procedure(HWND window, UINT message, WPARAM wParam, LPARAM lParam) {
+  if (message == WM_USER) ++stopsOfTheWindow;
+  return message == WM_APP ? 7 : DefWindowProcW(window, message, wParam, lParam);
+}
+
+TEST_F(Messages, TheLoopServesWindowsOfItsThreadAndTakesNoStopFromThem) {
+  HWND window = nullptr;
+  LoopThread loop([&] {
+    window = CreateWindowExW(0, L"STATIC", L"", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr, nullptr, nullptr);
+    SetWindowLongPtrW(window, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(&Procedure));
+  });
+  Await(announcement);
+  ASSERT_TRUE(gate().WaitIdle(patience));
+  DWORD_PTR answer = 0;
+  EXPECT_NE(SendMessageTimeoutW(window, WM_APP, 0, 0, SMTO_NORMAL, 10000, &answer), 0);
+  EXPECT_EQ(answer, 7u);
+  EXPECT_TRUE(PostMessageW(window, WM_USER, 0, 0));
+  while (stopsOfTheWindow == 0) Sleep(1);
+  Run(on);
+  EXPECT_EQ(TakeAsked(), (Codes{announcement, list}));
 }
 
 }  // namespace
