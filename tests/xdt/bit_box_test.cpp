@@ -4,93 +4,82 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <memory>
-#include <vector>
 
 #include "support/raised.h"
 
 namespace {
 
-std::vector<int> BytesOf(const xdt::bit_box::composer& composer) {
-  std::vector<int> bytes;
-  for (std::uint32_t i = 0; i < composer.size(); ++i)
-    bytes.push_back(std::to_integer<int>(composer.data()[i]));
-  return bytes;
+using namespace std::string_view_literals;
+
+// The header of an item, 0 to 255 each; `size` has four bytes.
+std::string Item(char index, char type, std::string_view size, std::string_view value) {
+  return std::string{index, 0, 0, 0, type, 0, 0, 0}.append(size).append(value);
 }
 
-struct Box {
-  explicit Box(std::initializer_list<int> bytes)
-      : size(static_cast<std::uint32_t>(bytes.size())), memory(std::make_unique<std::byte[]>(bytes.size())) {
-    std::transform(bytes.begin(), bytes.end(), memory.get(),
-                   [](int byte) { return static_cast<std::byte>(byte); });
-  }
-  xdt::bit_box::const_iterator begin() const { return xdt::bit_box(memory.get(), size).begin(); }
+std::string BytesOf(const xdt::bit_box::composer& composer) {
+  return {reinterpret_cast<const char*>(composer.data()), composer.size()};
+}
 
-  std::uint32_t size;
-  std::unique_ptr<std::byte[]> memory;
-};
+// Reads the box: each item's text or, where there is none of that type, number; or what is raised.
+std::string Read(std::string_view bytes) {
+  const auto memory = std::make_unique<std::byte[]>(bytes.size());
+  std::memcpy(memory.get(), bytes.data(), bytes.size());
+  std::string read;
+  const std::string raised = Raised([&] {
+    auto item = xdt::bit_box(memory.get(), static_cast<std::uint32_t>(bytes.size())).begin();
+    for (; !item.at_end(); ++item) {
+      read += item.type() == 3 ? std::string(item.string()) : std::to_string(item.number());
+      read += ';';
+    }
+  });
+  return read + raised;
+}
 
 }  // namespace
 
-TEST(BitBoxComposer, WritesItemsAndGrowsByTheItemAndTwiceWhatItHad) {
+TEST(BitBox, IsWrittenItemByItemAndGrowsByTheItemAndTwiceWhatItHad) {
   xdt::bit_box::composer composer;
   EXPECT_EQ(composer.data(), nullptr);
-  EXPECT_EQ(composer.size(), 0u);
   composer.append_string("*");
   EXPECT_EQ(composer.capacity(), 14u);
   composer.append_uint32(32748);
   EXPECT_EQ(composer.capacity(), 44u);
-  EXPECT_EQ(BytesOf(composer), (std::vector<int>{0, 0, 0, 0, 3, 0, 0, 0, 2, 0, 0, 0, '*',  0,  //
-                                                 1, 0, 0, 0, 1, 0, 0, 0, 4, 0, 0, 0, 0xEC, 0x7F, 0, 0}));
-  // 14 bytes are left: an item that fills them leaves the buffer as it is.
-  composer.append(6, "ab", 2);
+  composer.append(6, "ab", 2);  // fills what is left
   EXPECT_EQ(composer.capacity(), 44u);
-  EXPECT_EQ(composer.size(), 44u);
   composer.append(2, nullptr, 0);
   EXPECT_EQ(composer.capacity(), 12u + 2 * 44);
   composer.append_string("");
-  const std::vector<int> bytes = BytesOf(composer);
-  EXPECT_EQ(std::vector(bytes.begin() + 30, bytes.end()),
-            (std::vector<int>{2, 0, 0, 0, 6, 0, 0, 0, 2, 0, 0, 0, 'a', 'b',  //
-                              3, 0, 0, 0, 2, 0, 0, 0, 0, 0, 0, 0,            //
-                              4, 0, 0, 0, 3, 0, 0, 0, 1, 0, 0, 0, 0}));
-}
-
-TEST(BitBoxComposer, AnItemLargerThanItsSizeCanSayIsRefusedBeforeItsValueIsRead) {
-  xdt::bit_box::composer composer;
-  composer.append_string("*");
-  for (const std::uint32_t size : {0xFFFFFFF4u, 0xFFFFFFFFu}) {
+  EXPECT_EQ(BytesOf(composer), Item(0, 3, "\2\0\0\0"sv, "*\0"sv) +
+                                   Item(1, 1, "\4\0\0\0"sv, "\xEC\x7F\0\0"sv) +
+                                   Item(2, 6, "\2\0\0\0"sv, "ab") + Item(3, 2, "\0\0\0\0"sv, "") +
+                                   Item(4, 3, "\1\0\0\0"sv, "\0"sv));
+  const std::string before = BytesOf(composer);
+  for (const std::uint32_t size : {0xFFFFFFF4u, 0xFFFFFFFFu}) {  // more than the format can count
     EXPECT_EQ(Raised([&] { composer.append(2, "", size); }), "bit_box: BAD_REALLOC") << size;
   }
-  EXPECT_EQ(composer.size(), 14u);
+  EXPECT_EQ(BytesOf(composer), before);
 }
 
-TEST(BitBox, AnItemMustLieInsideItsBox) {
+TEST(BitBox, IsReadWithinItsBounds) {
   const std::string exceeds = "bit_box: item exceeds its bit_box";
-  for (const Box& box : {Box({1}), Box({0, 0, 0, 0, 3, 0, 0, 0, 0, 0, 0}),  // less than a header
-                         Box({0, 0, 0, 0, 3, 0, 0, 0, 1, 0, 0, 0}),  // a value of one byte that is not there
-                         Box({0, 0, 0, 0, 3, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF, 0}),  // sizes that wrap around
-                         Box({0, 0, 0, 0, 3, 0, 0, 0, 0xF4, 0xFF, 0xFF, 0xFF, 0})}) {
-    EXPECT_EQ(Raised([&] { box.begin(); }), exceeds) << "box of " << box.size;
-  }
-  const Box second({0, 0, 0, 0, 3, 0, 0, 0, 1, 0, 0, 0, 0, /**/ 1, 0, 0, 0, 3, 0, 0, 0, 2, 0, 0, 0, 0});
-  auto item = second.begin();
-  EXPECT_EQ(item.string(), "");
-  EXPECT_EQ(Raised([&] { ++item; }), exceeds);
-}
-
-TEST(BitBox, StringsEndAtTheirFirstNulAndNumbersHaveFourBytes) {
-  EXPECT_EQ(Box({0, 0, 0, 0, 3, 0, 0, 0, 4, 0, 0, 0, 'a', 0, 'b', 0}).begin().string(), "a");
-  for (const Box& box :
-       {Box({0, 0, 0, 0, 3, 0, 0, 0, 0, 0, 0, 0}), Box({0, 0, 0, 0, 3, 0, 0, 0, 2, 0, 0, 0, 'a', 'b'}),
-        // The NUL behind belongs to the next item.
-        Box({0, 0, 0, 0, 3, 0, 0, 0, 1, 0, 0, 0, 'a', 0, 0, 0, 0, 3, 0, 0, 0, 0, 0, 0, 0})}) {
-    EXPECT_EQ(Raised([&] { static_cast<void>(box.begin().string()); }), "bit_box: string is not terminated");
-  }
-  EXPECT_EQ(Box({0, 0, 0, 0, 4, 0, 0, 0, 5, 0, 0, 0, 1, 2, 3, 4, 5}).begin().number(), 0x04030201u);
-  EXPECT_EQ(Raised([] {
-              Box({0, 0, 0, 0, 4, 0, 0, 0, 3, 0, 0, 0, 1, 2, 3}).begin().number();
-            }),
-            "bit_box: item exceeds its bit_box");
+  const std::string unterminated = "bit_box: string is not terminated";
+  const std::string text = Item(0, 3, "\2\0\0\0"sv, "a\0"sv), empty = Item(0, 3, "\1\0\0\0"sv, "\0"sv);
+  const std::pair<std::string, std::string> cases[] = {
+      {"", ""},
+      {text + empty + text, "a;;a;"},
+      {Item(0, 3, "\4\0\0\0"sv, "a\0b\0"sv), "a;"},
+      {Item(0, 4, "\5\0\0\0"sv, "\1\2\3\4\5"), "67305985;"},
+      {Item(0, 4, "\3\0\0\0"sv, "\1\2\3"), exceeds},
+      {Item(0, 3, "\0\0\0\0"sv, ""), unterminated},
+      {Item(0, 3, "\2\0\0\0"sv, "ab"), unterminated},
+      {Item(0, 3, "\1\0\0\0"sv, "a") + empty, unterminated},  // the NUL behind belongs to the next item
+      {"\1", exceeds},
+      {text + empty.substr(0, 11), "a;" + exceeds},
+      {text + Item(0, 3, "\1\0\0\0"sv, ""), "a;" + exceeds},
+      {text + Item(0, 3, "\2\0\0\0"sv, "\0"sv), "a;" + exceeds},
+      {text + Item(0, 3, "\xFF\xFF\xFF\xFF"sv, "\0"sv), "a;" + exceeds},  // sizes that wrap around
+      {text + Item(0, 3, "\xF4\xFF\xFF\xFF"sv, "\0"sv), "a;" + exceeds},
+  };
+  for (const auto& [bytes, read] : cases) EXPECT_EQ(Read(bytes), read) << ::testing::PrintToString(bytes);
 }

@@ -2,24 +2,16 @@
 // raising macro takes them from the compiler.
 #include <gtest/gtest.h>
 
-#include <limits>
+#include <memory>
 
-#include "support/raised.h"
 #include "xdt/exception/exc_tag.h"
 
-namespace {
-
-constexpr std::int32_t largest = std::numeric_limits<std::int32_t>::max();
-
-}  // namespace
-
 TEST(CodePoint, KeepsTheLastComponentsOfTheFileName) {
-  struct Case {
+  const struct {
     const char* name;
     std::int32_t depth;
     const char* kept;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {nullptr, 3, ""},
       {"", 3, ""},
       {"/a/b/c/d.cpp", 0, "/a/b/c/d.cpp"},
@@ -31,27 +23,26 @@ TEST(CodePoint, KeepsTheLastComponentsOfTheFileName) {
       {"d.cpp", 3, "d.cpp"},
       {"a//b/", 3, "//b/"},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     EXPECT_EQ(xdt::code_point(c.name, 1, c.depth).file_name(), c.kept) << (c.name ? c.name : "null");
   }
 }
 
 TEST(ExcTag, ReadsAsPlaceAndMessage) {
-  struct Case {
+  const struct {
     const char* file;
     std::int32_t line;
     const char* message;
     const char* text;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"/x/src/a/f.cpp", 12, "failed", "/src/a/f.cpp:12: failed"},
       {nullptr, 12, "failed", ":12: failed"},
       {"f.cpp", 0, nullptr, "f.cpp:0: "},
       {"f.cpp", -5, nullptr, "f.cpp:0: "},
-      {nullptr, largest, "", ":2147483647: "},
+      {nullptr, 2147483647, "", ":2147483647: "},
       {"100%s.cpp", 1, "%s %n", "100%s.cpp:1: %s %n"},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     const xdt::exc_tag raised(c.file, c.line, c.message, 3);
     EXPECT_STREQ(raised.what(), c.text);
     EXPECT_STREQ(raised.what(), c.text);
