@@ -141,34 +141,6 @@ TEST_F(EventLoop, AReceiveThatFailsIsSubmittedAgainOrEndsReceiving) {
   }
 }
 
-TEST_F(EventLoop, ALoopThatEndedReceivingBeforeItAnnouncedStaysSilentUntilItIsStopped) {
-  gate().FailNext({.status = 0xF0000020});
-  gate().FailNext({.status = 0xF0000000});
-  EXPECT_EQ(module->Start(), 0);
-  gate().Push(on);
-  EXPECT_EQ(module->Start(), 0);
-  module->Stop();
-  EXPECT_EQ(gate().Facts().receives, 2u);
-  EXPECT_EQ(gate().Facts().opens, 1u);
-  EXPECT_TRUE(TakeAsked().empty());
-}
-
-TEST_F(EventLoop, WhatTheHostAnswersToTheAnnouncementIsIgnored) {
-  const host::Fault faults[] = {
-      {.status = 5}, {.systemError = ERROR_RETRY}, {.systemError = ERROR_OPERATION_ABORTED}};
-  for (host::Fault fault : faults) {
-    const auto sends = gate().Facts().sends;
-    fault.request = host::sendCommand;
-    gate().FailNext(fault);
-    EXPECT_EQ(module->Start(), 0);
-    while (gate().Facts().sends == sends) std::this_thread::yield();
-    Run(on);
-    EXPECT_EQ(TakeAsked(), Codes{list});
-    module->Stop();
-    EXPECT_EQ(gate().Facts().sends - sends, 2u);  // the announcement that failed, and the list
-  }
-}
-
 TEST_F(EventLoop, OnlyTheStopMessageEndsTheLoop) {
   {
     LoopThread loop;

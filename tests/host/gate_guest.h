@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "channel/tool_gate.h"
+#include "host/wire.h"
 
 namespace gate_guest {
 
@@ -19,13 +20,7 @@ inline HANDLE OpenGate(DWORD flags = FILE_FLAG_OVERLAPPED) {
                      nullptr, OPEN_EXISTING, flags, nullptr);
 }
 
-inline std::vector<std::byte> Envelope(std::uint32_t code, std::span<const std::byte> data = {}) {
-  const WMA_Command header{code, commandVersion, 0, 0, static_cast<std::uint32_t>(data.size())};
-  const auto* start = reinterpret_cast<const std::byte*>(&header);
-  std::vector<std::byte> bytes(start, start + sizeof header);
-  bytes.insert(bytes.end(), data.begin(), data.end());
-  return bytes;
-}
+using host::Envelope;
 
 // One overlapped control call; results are system errors, 0 for success.
 template <std::size_t Count>
