@@ -161,6 +161,13 @@ Icon ReadIcon(const std::filesystem::path& folder, const std::string& file) {
           ToBmp(pixels.get(), static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height))};
 }
 
+Icon PlainIcon() {
+  constexpr int size = 32;
+  Icon icon{"plain.png", size, true, BlankBitmap(size, size)};
+  std::fill(icon.bmp.begin() + 54, icon.bmp.end(), std::byte{0xC0});
+  return icon;
+}
+
 Icon RefusedIcon(const Icon& icon) {
   if (!icon.accepted) return icon;
   const std::uint32_t width = GetU32(icon.bmp, 18), height = GetU32(icon.bmp, 22);

@@ -31,6 +31,8 @@ struct Application {
 
 // Reads a PNG of at most 256 by 256 pixels.
 Icon ReadIcon(const std::filesystem::path& folder, const std::string& file);
+// A picture of one colour.
+Icon PlainIcon();
 // The same picture in the kind that the guest refuses.
 Icon RefusedIcon(const Icon& icon);
 

@@ -1,4 +1,4 @@
-// Reading the guest. Launchers are loaded as data, so none of their code runs.
+// Reading the guest.
 #include "host/guest_view.h"
 
 #include <shlobj.h>
@@ -9,100 +9,31 @@
 #include <span>
 #include <stdexcept>
 
+#include "host/launcher_view.h"
+#include "host/owned.h"
 #include "host/wire.h"
 
 namespace host {
 namespace {
 
-// Closes what it holds; for the few handles of this file.
-template <class Handle, auto close>
-class Owned {
- public:
-  explicit Owned(Handle handle = Handle()) : handle_(handle) {}
-  ~Owned() {
-    if (handle_ != Handle()) close(handle_);
-  }
-  Owned(const Owned&) = delete;
-  Owned& operator=(const Owned&) = delete;
-  Handle get() const { return handle_; }
-  Handle* out() { return &handle_; }
-  explicit operator bool() const { return handle_ != Handle(); }
-
- private:
-  Handle handle_;
-};
 using Key = Owned<HKEY, RegCloseKey>;
-using DataFile = Owned<HMODULE, FreeLibrary>;
 
 std::string SpecialFolder(int csidl) {
   WCHAR path[MAX_PATH];
-  if (!SHGetSpecialFolderPathW(nullptr, path, csidl, TRUE)) {
+  if (!SHGetSpecialFolderPathW(nullptr, path, csidl, FALSE)) {
     throw std::runtime_error("the guest has no special folder " + std::to_string(csidl));
   }
   return Narrow(path);
 }
 
-std::span<const std::byte> Resource(HMODULE module, WORD type, WORD name, WORD language) {
-  const HRSRC found = FindResourceExW(module, MAKEINTRESOURCEW(type), MAKEINTRESOURCEW(name), language);
-  if (!found) return {};
-  const HGLOBAL loaded = LoadResource(module, found);
-  const void* data = loaded ? LockResource(loaded) : nullptr;
-  if (!data) return {};
-  return {static_cast<const std::byte*>(data), SizeofResource(module, found)};
-}
-
-// UTF-16 text from `at` up to its NUL or the end.
-std::string WideTextAt(std::span<const std::byte> data, std::size_t at) {
-  std::basic_string<WCHAR> text;
-  for (; at + 2 <= data.size() && GetU16(data, at) != 0; at += 2)
-    text += static_cast<WCHAR>(GetU16(data, at));
-  return Narrow(text);
-}
-
-// The value of one string of version information: it follows its key, from the next multiple of 4 on.
-std::string VersionString(std::span<const std::byte> data, std::string_view key) {
-  for (std::size_t block = 0; block + 6 < data.size(); block += 4) {
-    if (WideTextAt(data, block + 6) != key) continue;
-    return WideTextAt(data, (block + 6 + (key.size() + 1) * 2 + 3) / 4 * 4);
-  }
-  return {};
-}
-
-std::vector<int> IconSizes(std::span<const std::byte> group) {
-  std::vector<int> sizes;
-  for (std::size_t at = 6; at + 14 <= group.size(); at += 14) {
-    const int width = std::to_integer<int>(group[at]);
-    sizes.push_back(width == 0 ? 256 : width);
-  }
-  return sizes;
-}
-
-// Every section of the executable lies inside the file. A process that ends while it writes a launcher leaves
-// the file's beginning, whose resources the platform would find behind the end.
-bool IsWhole(std::span<const std::byte> image) {
-  constexpr std::size_t headerAt = 0x3C, fileHeader = 24, sectionHeader = 40;
-  if (image.size() < headerAt + 4) return false;
-  const std::size_t header = GetU32(image, headerAt);
-  if (header >= image.size() || image.size() - header < fileHeader) return false;
-  std::size_t section = header + fileHeader + GetU16(image, header + 20);
-  for (int left = GetU16(image, header + 6); left > 0; --left, section += sectionHeader) {
-    if (section + sectionHeader > image.size()) return false;
-    const std::uint64_t size = GetU32(image, section + 16), at = GetU32(image, section + 20);
-    if (at + size > image.size()) return false;
-  }
-  return true;
-}
-
 Launcher ReadLauncher(const std::string& path) {
-  constexpr WORD rcData = 10, version = 16, iconGroup = 14;
-  const std::optional<std::string> bytes = ReadGuestFile(path);
-  if (!bytes || !IsWhole(std::as_bytes(std::span(*bytes)))) return {};
-  const DataFile module(LoadLibraryExW(Widen(path).c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE));
-  if (!module) return {};
-  return {WideTextAt(Resource(module.get(), rcData, 260, 0), 0),
-          WideTextAt(Resource(module.get(), rcData, 259, 0), 0),
-          VersionString(Resource(module.get(), version, 1, 0x0400), "FileDescription"),
-          IconSizes(Resource(module.get(), iconGroup, 448, 0x0400))};
+  const LauncherFile file = ReadLauncherFile(path);
+  Launcher launcher{file.bundleId, file.name, {}, {}};
+  if (const auto found = file.version.find("FileDescription"); found != file.version.end()) {
+    launcher.description = found->second;
+  }
+  for (const LauncherIcon& icon : file.icons) launcher.iconSizes.push_back(icon.size());
+  return launcher;
 }
 
 // Size and FNV-1a hash of a file's bytes.
@@ -149,8 +80,8 @@ struct ValueRoom {
   Bytes data = Bytes(65536);
 };
 
-void AddKey(HKEY key, const std::string& path, ValueRoom& room, Entries& registry) {
-  registry[path];
+void VisitKey(HKEY key, const std::string& path, ValueRoom& room, const RegistryVisitor& visit) {
+  visit(path, nullptr, 0, {});
   auto& [name, data] = room;
   for (DWORD i = 0;; ++i) {
     DWORD length = static_cast<DWORD>(name.size()), size = static_cast<DWORD>(data.size()), type = 0;
@@ -158,8 +89,8 @@ void AddKey(HKEY key, const std::string& path, ValueRoom& room, Entries& registr
                       &size) != ERROR_SUCCESS) {
       break;
     }
-    registry[ValuePath(path, Narrow({name.data(), length}))] =
-        DescribeValue(type, std::span(data).first(size));
+    const std::string value = Narrow({name.data(), length});
+    visit(path, &value, type, std::span(data).first(size));
   }
   for (DWORD i = 0;; ++i) {
     DWORD length = 256;
@@ -168,7 +99,7 @@ void AddKey(HKEY key, const std::string& path, ValueRoom& room, Entries& registr
     const std::basic_string<WCHAR> child(name.data(), length);
     Key subkey;
     if (RegOpenKeyExW(key, child.c_str(), 0, KEY_READ, subkey.out()) == ERROR_SUCCESS) {
-      AddKey(subkey.get(), path + "\\" + Narrow(child), room, registry);
+      VisitKey(subkey.get(), path + "\\" + Narrow(child), room, visit);
     }
   }
 }
@@ -181,21 +112,51 @@ bool HasText(HKEY root, const std::string& path, const char* value, std::size_t 
          type == REG_SZ && size > least;
 }
 
-// Tried out with a key of our own, since the answer is a trait of the platform's implementation.
+bool IsClass(const std::basic_string<WCHAR>& name) {
+  Key key;
+  return RegOpenKeyExW(HKEY_CLASSES_ROOT, name.c_str(), 0, KEY_READ, key.out()) == ERROR_SUCCESS;
+}
+
+// A trait of the platform's implementation, seen by the user's classes: all of them are classes, too. Where
+// the user has none that the machine has not, nothing depends on the answer.
 bool ClassesAreMerged() {
-  const auto probe = Widen("Software\\Classes\\VelomiraHostProbe");
-  Key made, seen;
-  RegCreateKeyExW(HKEY_CURRENT_USER, probe.c_str(), 0, nullptr, 0, KEY_WRITE, nullptr, made.out(), nullptr);
-  const bool merged = RegOpenKeyExW(HKEY_CLASSES_ROOT, Widen("VelomiraHostProbe").c_str(), 0, KEY_READ,
-                                    seen.out()) == ERROR_SUCCESS;
-  RegDeleteKeyW(HKEY_CURRENT_USER, probe.c_str());
-  return merged;
+  Key classes;
+  RegOpenKeyExW(HKEY_CURRENT_USER, Widen("Software\\Classes").c_str(), 0, KEY_READ, classes.out());
+  WCHAR name[256];
+  for (DWORD i = 0, length = 256;
+       RegEnumKeyExW(classes.get(), i, name, &length, nullptr, nullptr, nullptr, nullptr) == ERROR_SUCCESS;
+       ++i, length = 256) {
+    if (!IsClass({name, length})) return false;
+  }
+  return true;
 }
 
 }  // namespace
 
 std::string RegistryText(const std::string& text) {
   return "\"" + text + "\"";
+}
+
+// A key's values and subkeys follow it in the order of the entries.
+void DeleteTree(Entries& registry, const std::string& key) {
+  const auto isOfTree = [&](const std::string& path) {
+    return path.size() >= key.size() && EqualNoCase(path.substr(0, key.size()), key) &&
+           (path.size() == key.size() || path[key.size()] == '\\' || path[key.size()] == valueMark);
+  };
+  const auto first = registry.lower_bound(key);
+  auto last = first;
+  while (last != registry.end() && isOfTree(last->first)) ++last;
+  registry.erase(first, last);
+}
+
+std::vector<std::string> Subkeys(const Entries& registry, const std::string& key) {
+  std::vector<std::string> names;
+  for (auto i = registry.lower_bound(key + "\\"); i != registry.end(); ++i) {
+    if (!EqualNoCase(i->first.substr(0, key.size() + 1), key + "\\")) break;
+    const std::string name = i->first.substr(key.size() + 1);
+    if (name.find_first_of(std::string{'\\', valueMark}) == std::string::npos) names.push_back(name);
+  }
+  return names;
 }
 
 std::string LauncherFolder() {
@@ -227,18 +188,29 @@ std::string ReadLog() {
                  : ReadGuestFile(SpecialFolder(CSIDL_LOCAL_APPDATA) + "\\tessarine.log").value_or("");
 }
 
-Snapshot TakeSnapshot() {
-  Snapshot snapshot;
-  AddFolder(LauncherFolder(), true, snapshot);
-  AddFolder(ShortcutFolder(), false, snapshot);
+void VisitRegistry(const RegistryVisitor& visit) {
   ValueRoom room;
   for (const std::string& path : {classesKey, registeredKey, tessarineKey}) {
     Key key;
     const auto below = Widen(path.substr(std::strlen("HKCU\\")));
     if (RegOpenKeyExW(HKEY_CURRENT_USER, below.c_str(), 0, KEY_READ, key.out()) == ERROR_SUCCESS) {
-      AddKey(key.get(), path, room, snapshot.registry);
+      VisitKey(key.get(), path, room, visit);
     }
   }
+}
+
+Snapshot TakeSnapshot() {
+  Snapshot snapshot;
+  AddFolder(LauncherFolder(), true, snapshot);
+  AddFolder(ShortcutFolder(), false, snapshot);
+  VisitRegistry(
+      [&](const std::string& key, const std::string* value, DWORD type, std::span<const std::byte> data) {
+        if (value) {
+          snapshot.registry[ValuePath(key, *value)] = DescribeValue(type, data);
+        } else {
+          snapshot.registry[key];
+        }
+      });
   return snapshot;
 }
 

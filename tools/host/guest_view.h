@@ -5,6 +5,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -32,6 +33,12 @@ struct Snapshot {
 
 Snapshot TakeSnapshot();
 
+// The module's parts of the current user's registry as they are stored, parents first: each key with a null
+// `value`, and then its values, whose data are valid during the call.
+using RegistryVisitor = std::function<void(const std::string& key, const std::string* value, DWORD type,
+                                           std::span<const std::byte> data)>;
+void VisitRegistry(const RegistryVisitor& visit);
+
 // A file's bytes; nothing when it cannot be opened.
 std::optional<std::string> ReadGuestFile(const std::string& path);
 // The module's log, which is empty as long as nothing goes wrong.
@@ -52,6 +59,10 @@ inline std::string TextOfValue(const std::string& data) {
 inline std::string ValuePath(const std::string& key, const std::string& value) {
   return key + valueMark + value;
 }
+
+// Of the entries of a registry: deletes a key with all that lies in it; names the keys directly below a key.
+void DeleteTree(Entries& registry, const std::string& key);
+std::vector<std::string> Subkeys(const Entries& registry, const std::string& key);
 
 // The module's parts of the current user's registry.
 inline const std::string classesKey = "HKCU\\Software\\Classes";

@@ -1,21 +1,22 @@
-// One line per application. The text is written on the module's thread; the caller's waits meanwhile.
+// The text is written on the module's thread; the caller's waits meanwhile.
 #include "host/narrator.h"
 
 #include <algorithm>
 #include <iostream>
 
+#include "host/system.h"
+
 namespace host {
+
+Narrator::Narrator(Catalogue catalogue) : catalogue_(std::move(catalogue)), terminal_(OutputIsTerminal()) {}
 
 void Narrator::Hear(const Question& question) {
   if (!question.valid || (question.code != 103 && question.code != 104)) return;
-  const auto& apps = catalogue_.applications();
-  const auto app = std::find_if(apps.begin(), apps.end(),
-                                [&](const Application& each) { return each.bundleId == question.argument; });
   const bool first = !built_.contains(question.argument) && !described_.contains(question.argument);
   (question.code == 103 ? built_ : described_).insert(question.argument);
-  if (!first || app == apps.end()) return;
-  std::cout << "    " << app - apps.begin() + 1 << "/" << apps.size() << "  " << app->name
-            << (question.code == 103 ? ": a launcher is built\n" : "\n") << std::flush;
+  if (!first || !terminal_) return;
+  std::cout << "\r    " << built_.size() + described_.size() << "/" << catalogue_.applications().size()
+            << "\r" << std::flush;
 }
 
 void Narrator::SayFailed() const {

@@ -52,9 +52,11 @@ void MakeKey(HKEY root, const char* path, const char* value = nullptr, const cha
 }  // namespace
 
 void PrepareGuest() {
-  WCHAR localData[MAX_PATH];
-  if (!SHGetSpecialFolderPathW(nullptr, localData, CSIDL_LOCAL_APPDATA, TRUE)) {
-    throw std::runtime_error("the user's folder for local data cannot be created");
+  WCHAR folder[MAX_PATH];
+  for (const int each : {CSIDL_APPDATA, CSIDL_LOCAL_APPDATA, CSIDL_PROGRAMS}) {
+    if (!SHGetSpecialFolderPathW(nullptr, folder, each, TRUE)) {
+      throw std::runtime_error("a folder of the user's cannot be created");
+    }
   }
   InstallTemplate();
   MakeKey(HKEY_LOCAL_MACHINE, "SOFTWARE\\Tessarine\\Tessarine Tools", "InstallLocation",

@@ -1,5 +1,5 @@
-// What the guest's tools installer would have left: the template stub, the place where it lies, and the
-// current user's keys and folder for local data, which the module expects but never creates.
+// What the guest's tools installer would have left: the template stub, the place where it lies, the
+// user's folders, and the current user's keys that the module expects but never creates.
 #pragma once
 
 namespace host {

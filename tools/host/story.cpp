@@ -3,9 +3,11 @@
 #include "host/story.h"
 
 #include <iostream>
+#include <set>
 #include <stdexcept>
 
-#include "host/guest_view.h"
+#include "host/difference.h"
+#include "host/guest_names.h"
 #include "host/narrator.h"
 #include "host/session.h"
 #include "host/tree.h"
@@ -14,50 +16,66 @@
 namespace host {
 namespace {
 
-void Expect(const std::vector<std::string>& differences, const std::string& when) {
-  if (differences.empty()) return;
-  std::string text = "the guest does not hold what it must " + when + ":";
-  for (const std::string& difference : differences) text += "\n  " + difference;
-  throw std::runtime_error(text);
+std::string Count(std::uint64_t number, const std::string& noun) {
+  const bool many = number != 1, ies = many && noun.ends_with("y");
+  return std::to_string(number) + " " + (ies ? noun.substr(0, noun.size() - 1) + "ie" : noun) +
+         (many ? "s" : "");
 }
 
-void Heading(const std::string& text) {
-  std::cout << "\n* " << text << "\n";
-}
-
-std::string Count(std::uint64_t number, const char* noun) {
-  return std::to_string(number) + " " + noun + (number == 1 ? "" : "s");
-}
-
-// One renamed, one gone, one new, and one new whose icons the guest refuses.
-Catalogue Changed(const Catalogue& catalogue) {
+// A name or an identifier that the catalogue does not have yet.
+std::string Free(const Catalogue& catalogue, const std::string& wish) {
   const auto& apps = catalogue.applications();
-  if (apps.size() < 3) throw std::runtime_error("the story needs a catalogue of at least three applications");
-  const Application& renamed = apps[0];
-  const Application& gone = apps[1];
-  Application added = apps[2], refused = apps[2];
-  added.name = "Newcomer";
-  added.bundleId = "example.newcomer";
-  added.icons = gone.icons;
-  refused.name = "Faceless";
-  refused.bundleId = "example.faceless";
-  for (Icon& icon : refused.icons) icon = RefusedIcon(icon);
+  std::string free = wish;
+  const auto isTaken = [&](const Application& app) {
+    return EqualNoCase(app.name, free) || app.bundleId == free;
+  };
+  for (int i = 2; std::ranges::any_of(apps, isTaken); ++i) free = wish + " " + std::to_string(i);
+  return free;
+}
 
-  Catalogue changed = catalogue;
-  changed.Rename(renamed.name, renamed.name + " Deluxe");
-  changed.Remove(gone.name);
-  changed.Add(std::move(added));
-  changed.Add(std::move(refused));
-  std::cout
-      << "    \"" << renamed.name << "\" is now \"" << renamed.name << " Deluxe\", \"" << gone.name
-      << "\" is gone, \"Newcomer\" has come,\n    and \"Faceless\", which has no icon that the guest takes\n";
-  return changed;
+struct Change {
+  Catalogue catalogue;
+  std::string text;  // what has changed, one line each
+};
+
+// One renamed, one gone, one new, and one new whose icons the guest refuses, as far as the catalogue has room
+// and applications for it.
+Change Changed(const Catalogue& catalogue) {
+  Change change{catalogue, ""};
+  const auto attempt = [&](const std::string& text, const auto& edit) {
+    try {
+      edit();
+      change.text += "    " + text + "\n";
+    } catch (const std::runtime_error&) {
+      // The catalogue has said why it cannot hold this; it is as it was.
+    }
+  };
+  Application model;
+  if (catalogue.applications().size() > 2) model = catalogue.applications()[2];
+  if (!CanBeBuilt(model)) model.icons = {PlainIcon()};
+  if (!catalogue.applications().empty()) {
+    const std::string old = catalogue.applications()[0].name, name = Free(catalogue, old + " Deluxe");
+    attempt("\"" + old + "\" is now \"" + name + "\"", [&] { change.catalogue.Rename(old, name); });
+  }
+  if (catalogue.applications().size() > 1) {
+    const std::string gone = catalogue.applications()[1].name;
+    attempt("\"" + gone + "\" is gone", [&] { change.catalogue.Remove(gone); });
+  }
+  const auto add = [&](const std::string& wish, const std::string& text) {
+    model.name = Free(change.catalogue, wish);
+    model.bundleId = Free(change.catalogue, "example." + wish);
+    attempt("\"" + model.name + "\" has come" + text, [&] { change.catalogue.Add(model); });
+  };
+  add("Newcomer", "");
+  for (Icon& icon : model.icons) icon = RefusedIcon(icon);
+  add("Faceless", ", which has no icon that the guest takes");
+  return change;
 }
 
 class Story {
  public:
-  explicit Story(const SessionOptions& options)
-      : session_(options.module, options.limit), model_(TakeSnapshot(), LookAround()) {}
+  Story(const SessionOptions& session, const StoryOptions& options)
+      : options_(options), session_(session.module, session.limit), model_(TakeSnapshot(), LookAround()) {}
 
   void Start() {
     Heading("The module starts");
@@ -70,9 +88,10 @@ class Story {
     }
     before_ = last_ = TakeSnapshot();
     Expect(model_.Compare(last_), "at the start");
+    Watch({});
   }
 
-  Requests On(const Catalogue& catalogue, const std::string& heading) {
+  void On(const Catalogue& catalogue, const std::string& heading) {
     Heading(heading);
     Narrator narrator(catalogue);
     session_.Share(catalogue);
@@ -81,45 +100,27 @@ class Story {
     session_.Watch({});
     narrator.SayFailed();
     model_.On(catalogue);
-    Look("after \"on\"");
-    return requests;
+    Look("after \"on\"", catalogue);
+    std::cout << "    the guest asked for the list, " << requests.icons << " times for icons and "
+              << requests.details << " times for details\n";
   }
 
-  void ShowAll() const {
-    std::cout << "  The guest holds (where {folder} is " << LauncherFolder() << "):\n";
-    PrintFiles(std::cout, last_);
-    PrintRegistry(std::cout, last_);
-  }
-
-  void ShowChanges() const {
-    std::cout << "  What changed in the guest:\n";
-    PrintDifference(std::cout, previous_, last_);
-  }
-
+  // An application that cannot be built is tried again each time.
   void RepeatUnchanged(const Catalogue& catalogue) {
-    Heading("Sharing on again, nothing has changed");
-    session_.Share(catalogue);
-    const Requests requests = session_.On();
-    model_.On(catalogue);
-    Look("after an \"on\" that changes nothing");
-    if (requests.icons != 0) throw std::runtime_error("the guest asked for icons that it has");
-    if (PrintDifference(std::cout, previous_, last_)) {
+    On(catalogue, "Sharing on again, nothing has changed");
+    if (previous_.files != last_.files || previous_.registry != last_.registry) {
       throw std::runtime_error("the guest changed, though the catalogue had not");
     }
-    std::cout << "    " << Count(1, "request") << " for the list, " << requests.details
-              << " for details, none for icons; no file and no entry changed\n";
   }
 
   void Off() {
     Heading("Sharing off");
     session_.Off();
     model_.Off();
-    Look("after \"off\"");
-    std::cout << "  Against the guest before \"on\":\n";
-    const bool differs = PrintDifference(std::cout, before_, last_);
+    Look("after \"off\"", {});
     Expect(BeyondResidue(before_, last_), "after \"off\"");
-    std::cout << (differs ? "    this is the residue that the layout documents, and nothing else\n"
-                          : "    no difference\n");
+    std::cout << "    against the guest before \"on\" nothing is left but the documented residue:\n";
+    SayChanges(before_, last_);
   }
 
   void Stop() {
@@ -131,30 +132,83 @@ class Story {
   }
 
  private:
-  void Look(const std::string& when) {
+  void Heading(const std::string& text) {
+    step_ = text;
+    std::cout << "\n* " << text << std::endl;
+  }
+
+  static void Expect(const std::vector<std::string>& differences, const std::string& when) {
+    if (differences.empty()) return;
+    std::string text = "the guest does not hold what it must " + when + ":";
+    for (const std::string& difference : differences) text += "\n  " + difference;
+    throw std::runtime_error(text);
+  }
+
+  void Watch(const Catalogue& catalogue) const {
+    SaveGuest();
+    if (options_.watch) options_.watch(step_, catalogue, last_);
+    if (Interrupted()) throw std::runtime_error("interrupted: the module is stopped, the guest is saved");
+  }
+
+  void Look(const std::string& when, const Catalogue& catalogue) {
     previous_ = std::move(last_);
     last_ = TakeSnapshot();
     Expect(model_.Compare(last_), when);
+    SayChanges(previous_, last_);
+    Watch(catalogue);
   }
 
+  void SayChanges(const Snapshot& before, const Snapshot& now) const {
+    const auto say = [](const Entries& was, const Entries& is, const char* noun) {
+      std::size_t came = 0, went = 0, changed = 0;
+      ForEachDifference(was, is, [&](const std::string&, const std::string* old, const std::string* fresh) {
+        ++(!old ? came : !fresh ? went : changed);
+      });
+      std::cout << "    " << Count(is.size(), noun) << ": " << came << " came, " << went << " went, "
+                << changed << " changed\n";
+    };
+    say(before.files, now.files, "file");
+    say(before.registry, now.registry, "registry entry");
+    if (options_.trees) PrintDifference(std::cout, before, now);
+  }
+
+  const StoryOptions& options_;
   Session session_;
   GuestModel model_;
   Snapshot before_, previous_, last_;
+  std::string step_;
 };
 
 }  // namespace
 
-void TellStory(const Catalogue& catalogue, const SessionOptions& options, bool keepOn) {
-  Story story(options);
+std::string Summary(const Catalogue& catalogue) {
+  std::size_t launchers = 0;
+  std::size_t schemes = 0;  // each application's are its own
+  std::set<std::string> types;
+  for (const Application& app : catalogue.applications()) {
+    if (!CanBeBuilt(app)) continue;
+    ++launchers;
+    types.insert(app.documentTypes.begin(), app.documentTypes.end());
+    schemes += app.urlSchemes.size();
+  }
+  return Count(launchers, "launcher") + ", " + Count(launchers, "shortcut") + ", " +
+         Count(types.size(), "type") + ", " + Count(schemes, "scheme");
+}
+
+Catalogue TellStory(const Catalogue& catalogue, const SessionOptions& session, const StoryOptions& options) {
+  const Change change = Changed(catalogue);
+  std::cout << "The host shares " << Count(catalogue.applications().size(), "application") << ": "
+            << Summary(catalogue) << std::endl;
+  const SavedAtEnd saved;
+  Story story(session, options);
   story.Start();
-  story.On(catalogue, "Sharing on: the host shares " + Count(catalogue.applications().size(), "application"));
-  story.ShowAll();
+  story.On(catalogue, "Sharing on");
   story.RepeatUnchanged(catalogue);
-  Heading("The catalogue changes");
-  story.On(Changed(catalogue), "Sharing on again");
-  story.ShowChanges();
-  if (!keepOn) story.Off();
+  story.On(change.catalogue, "Sharing on again, the catalogue has changed");
+  std::cout << change.text;
+  if (!options.keepOn) story.Off();
   story.Stop();
+  return change.catalogue;
 }
 
 }  // namespace host

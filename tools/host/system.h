@@ -24,13 +24,31 @@ std::filesystem::path DefaultModule();  // the module of this build, beside the 
 
 // Prepares the machine's console for UTF-8. True when a person types the input.
 bool OpenConsole();
+bool OutputIsTerminal();
+
+// From the first call on, an interrupt (Ctrl-C, or a request to end) does not end the process; it makes this
+// true, and a read from the terminal or from standard input ends.
+bool Interrupted();
 
 // Makes `folder` drive C of the guest, with the registry that an earlier run saved there; an empty path means
-// the guest that the machine has. Throws std::runtime_error when this build cannot do it.
-void OpenGuest(const std::filesystem::path& folder);
-// Saves what would not outlive the process (the registry, natively), as text; the file's path, or an empty
-// one.
+// the guest that the machine has. To play, the folder may be new or empty, and is the caller's alone until
+// the process ends or opens another; to look, it must be a guest, and nothing in it changes. Throws
+// std::runtime_error when the folder is something else, when another process holds it, when the saved
+// registry cannot be read, and when this build has no such guests.
+enum class GuestUse { Play, Look };
+void OpenGuest(const std::filesystem::path& folder, GuestUse use);
+// Saves what would not outlive the process (the registry, natively) as text, which takes the place of the one
+// that was saved before only when it is whole; the file's path, or an empty one.
 std::filesystem::path SaveGuest();
+// Saves once more when everything that was made after it is gone, whatever ends it.
+struct SavedAtEnd {
+  SavedAtEnd() = default;
+  ~SavedAtEnd();
+  SavedAtEnd(const SavedAtEnd&) = delete;
+  SavedAtEnd& operator=(const SavedAtEnd&) = delete;
+};
+// Where a guest's folder keeps the catalogue that it was played with last; empty where a guest has no folder.
+std::filesystem::path GuestCatalogue();
 std::filesystem::path DriveC();
 
 // The folder of the tool itself.

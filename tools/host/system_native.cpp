@@ -1,8 +1,10 @@
 // The native build: the module is a shared object, drive C a folder, and the registry a text file in it.
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <platform/control.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
@@ -45,9 +47,52 @@ class SharedObject : public Module {
   std::int32_t (*notify_)(std::uint32_t) = nullptr;
 };
 
+[[noreturn]] void Refuse(const std::filesystem::path& path, const std::string& why) {
+  throw std::runtime_error(path.string() + ": " + why);
+}
+
 std::filesystem::path RegistryFile() {
   return platform::GuestRoot() / "registry.txt";
 }
+
+// The file that makes a folder a guest. Who uses the guest holds a lock on it: a shared one to look, the only
+// one to play.
+class Mark {
+ public:
+  Mark() = default;
+  ~Mark() { Close(); }
+  Mark(const Mark&) = delete;
+  Mark& operator=(const Mark&) = delete;
+
+  void Open(const std::filesystem::path& folder, GuestUse use) {
+    Close();
+    const bool play = use == GuestUse::Play;
+    const std::filesystem::path file = folder / "velomira-guest";
+    if (!exists(file)) {
+      if (!play) Refuse(folder, "is no guest: there is no file velomira-guest in it");
+      if (exists(folder) && !is_empty(folder))
+        Refuse(folder, "is no guest, and there are other things in it");
+      create_directories(folder);
+    }
+    descriptor_ = open(file.c_str(), (play ? O_RDWR | O_CREAT : O_RDONLY) | O_CLOEXEC, 0666);
+    if (descriptor_ < 0) Refuse(file, "cannot be opened");
+    struct flock lock {};
+    lock.l_type = play ? F_WRLCK : F_RDLCK;
+    if (fcntl(descriptor_, F_SETLK, &lock) == 0) return;
+    fcntl(descriptor_, F_GETLK, &lock);
+    Refuse(folder, "is in use by another velomira-host, process " + std::to_string(lock.l_pid));
+  }
+
+ private:
+  void Close() {
+    if (descriptor_ >= 0) close(descriptor_);
+    descriptor_ = -1;
+  }
+
+  int descriptor_ = -1;
+};
+
+volatile std::sig_atomic_t interrupts = 0;
 
 }  // namespace
 
@@ -65,21 +110,50 @@ bool OpenConsole() {
   return isatty(STDIN_FILENO) != 0;
 }
 
-void OpenGuest(const std::filesystem::path& folder) {
-  if (!folder.empty()) {
-    platform::SetGuestRoot(folder);
-  } else if (!std::getenv("PLATFORM_GUEST_ROOT")) {
+bool OutputIsTerminal() {
+  return isatty(STDOUT_FILENO) != 0;
+}
+
+bool Interrupted() {
+  static const bool installed = [] {
+    struct sigaction action {};
+    action.sa_handler = [](int) { interrupts = 1; };
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) sigaction(signal, &action, nullptr);
+    return true;
+  }();
+  return installed && interrupts != 0;
+}
+
+void OpenGuest(const std::filesystem::path& folder, GuestUse use) {
+  static Mark mark;
+  const char* given = std::getenv("PLATFORM_GUEST_ROOT");
+  if (folder.empty() && !given) {
     throw std::runtime_error("name the folder that is to be the guest's drive C: --guest DIR");
   }
+  const std::filesystem::path root = std::filesystem::absolute(folder.empty() ? given : folder);
+  mark.Open(root, use);
+  platform::SetGuestRoot(root);
+  platform::ResetRegistry();
   std::ifstream saved(RegistryFile(), std::ios::binary);
-  if (saved) platform::LoadRegistry({std::istreambuf_iterator<char>(saved), {}});
+  try {
+    if (saved) platform::LoadRegistry({std::istreambuf_iterator<char>(saved), {}});
+  } catch (const std::invalid_argument& failure) {
+    Refuse(RegistryFile(), failure.what());
+  }
 }
 
 std::filesystem::path SaveGuest() {
-  std::ofstream out(RegistryFile(), std::ios::binary | std::ios::trunc);
+  const std::filesystem::path file = RegistryFile(), unfinished = file.string() + ".new";
+  std::ofstream out(unfinished, std::ios::binary | std::ios::trunc);
   out << platform::SaveRegistry() << std::flush;
-  if (!out) throw std::runtime_error(RegistryFile().string() + ": cannot be written");
-  return RegistryFile();
+  if (!out) Refuse(unfinished, "cannot be written");
+  out.close();
+  rename(unfinished, file);
+  return file;
+}
+
+std::filesystem::path GuestCatalogue() {
+  return platform::GuestRoot() / "catalogue";
 }
 
 std::filesystem::path DriveC() {

@@ -3,6 +3,7 @@
 
 #include <io.h>
 
+#include <atomic>
 #include <bit>
 #include <stdexcept>
 
@@ -65,11 +66,30 @@ bool OpenConsole() {
   return _isatty(_fileno(stdin)) != 0;
 }
 
-void OpenGuest(const std::filesystem::path& folder) {
+bool OutputIsTerminal() {
+  return _isatty(_fileno(stdout)) != 0;
+}
+
+bool Interrupted() {
+  static std::atomic<bool> interrupted = false;
+  static const BOOL installed = SetConsoleCtrlHandler(
+      [](DWORD) -> BOOL {
+        interrupted = true;
+        return TRUE;
+      },
+      TRUE);
+  return installed && interrupted;
+}
+
+void OpenGuest(const std::filesystem::path& folder, GuestUse) {
   if (!folder.empty()) throw std::runtime_error("--guest: on Windows the guest is this machine's drive C");
 }
 
 std::filesystem::path SaveGuest() {
+  return {};
+}
+
+std::filesystem::path GuestCatalogue() {
   return {};
 }
 

@@ -5,12 +5,10 @@
 #include <algorithm>
 #include <array>
 
+#include "host/guest_names.h"
+
 namespace host {
 namespace {
-
-const std::string suffix = " (Mac)";
-const std::string applicationsKey = "HKCU\\Software\\Classes\\Applications";
-const std::string toolsKey = "HKCU\\SOFTWARE\\Tessarine\\Tessarine Tools";
 
 // Executables, scripts, installers, links and icons never get a launcher's offer.
 bool IsBlackListed(const std::string& type) {
@@ -19,13 +17,8 @@ bool IsBlackListed(const std::string& type) {
                      [&](const char* each) { return EqualNoCase(each, type); });
 }
 
-// A launcher needs at least one icon that the guest takes.
-bool CanBeBuilt(const Application& app) {
-  return std::any_of(app.icons.begin(), app.icons.end(), [](const Icon& icon) { return icon.accepted; });
-}
-
 Launcher LauncherOf(const Application& app) {
-  Launcher launcher{app.bundleId, app.name, app.name + suffix, {}};
+  Launcher launcher{app.bundleId, app.name, app.name + launcherSuffix, {}};
   for (const Icon& icon : app.icons) {
     if (icon.accepted) launcher.iconSizes.push_back(icon.size);
   }
@@ -96,28 +89,6 @@ std::string GuestModel::TextOf(const std::string& key, const std::string& value)
   return found == state_.registry.end() || !IsRegistryText(found->second) ? "" : TextOfValue(found->second);
 }
 
-// A key's values and subkeys follow it in the order of the entries.
-void GuestModel::DeleteTree(const std::string& key) {
-  const auto isOfTree = [&](const std::string& path) {
-    return path.size() >= key.size() && EqualNoCase(path.substr(0, key.size()), key) &&
-           (path.size() == key.size() || path[key.size()] == '\\' || path[key.size()] == valueMark);
-  };
-  const auto first = state_.registry.lower_bound(key);
-  auto last = first;
-  while (last != state_.registry.end() && isOfTree(last->first)) ++last;
-  state_.registry.erase(first, last);
-}
-
-std::vector<std::string> GuestModel::Subkeys(const std::string& key) const {
-  std::vector<std::string> names;
-  for (auto i = state_.registry.lower_bound(key + "\\"); i != state_.registry.end(); ++i) {
-    if (!EqualNoCase(i->first.substr(0, key.size() + 1), key + "\\")) break;
-    const std::string name = i->first.substr(key.size() + 1);
-    if (name.find_first_of(std::string{'\\', valueMark}) == std::string::npos) names.push_back(name);
-  }
-  return names;
-}
-
 void GuestModel::On(const Catalogue& catalogue) {
   const auto& apps = catalogue.applications();
   state_.files.try_emplace(around_.launcherFolder);
@@ -126,11 +97,11 @@ void GuestModel::On(const Catalogue& catalogue) {
   for (const auto& [path, launcher] : state_.launchers) {
     const std::string file = path.substr(around_.launcherFolder.size() + 1);
     if (std::none_of(apps.begin(), apps.end(),
-                     [&](const Application& app) { return app.name + suffix + ".exe" == file; })) {
+                     [&](const Application& app) { return app.name + programSuffix == file; })) {
       stale.push_back(file);
     }
   }
-  const std::size_t ending = suffix.size() + 4;
+  const std::size_t ending = programSuffix.size();
   for (const std::string& file : stale) {
     RemoveApplication(file.size() < ending ? file : file.substr(0, file.size() - ending));
   }
@@ -141,7 +112,7 @@ void GuestModel::On(const Catalogue& catalogue) {
 
 // False when the registration fails part-way; the application is then removed again.
 bool GuestModel::Register(const Application& app) {
-  const std::string exe = app.name + suffix + ".exe", path = PathOfLauncher(exe);
+  const std::string exe = app.name + programSuffix, path = PathOfLauncher(exe);
   const std::string appKey = applicationsKey + "\\" + exe;
   const auto current = state_.launchers.find(path);
   if (current == state_.launchers.end() || current->second.bundleId.empty()) {
@@ -152,7 +123,7 @@ bool GuestModel::Register(const Application& app) {
     SetText(appKey, "", "");
     SetText(appKey + "\\shell\\open\\command", "", "\"" + path + "\" \"%1\"");
     state_.files.try_emplace(around_.shortcutFolder);
-    state_.files[around_.shortcutFolder + "\\" + app.name + suffix + ".lnk"];
+    state_.files[around_.shortcutFolder + "\\" + app.name + shortcutSuffix];
   }
   if (app.documentTypes.empty()) {
     SetText(appKey, "NoOpenWith", "");
@@ -163,13 +134,13 @@ bool GuestModel::Register(const Application& app) {
 }
 
 bool GuestModel::RegisterTypes(const Application& app, const std::string& appKey) {
-  const std::string exe = app.name + suffix + ".exe";
+  const std::string exe = app.name + programSuffix;
   for (const std::string& type : app.documentTypes) {
     if (!IsBlackListed(type)) SetText(classesKey + "\\." + type + "\\OpenWithList\\" + exe, "", exe);
   }
   if (!Has(appKey)) return false;  // a launcher that was kept while its registration went
   state_.registry.erase(ValuePath(appKey, "NoOpenWith"));
-  DeleteTree(appKey + "\\SupportedTypes");
+  DeleteTree(state_.registry, appKey + "\\SupportedTypes");
   if (!app.anyType) {
     for (const std::string& type : app.documentTypes) SetText(appKey + "\\SupportedTypes", "." + type, "");
   }
@@ -202,17 +173,18 @@ void GuestModel::ClaimDefault(const std::string& type, const std::string& exe) {
 bool GuestModel::RegisterSchemes(const Application& app, const std::string& appKey) {
   std::vector<std::string> schemes = app.urlSchemes;
   std::erase_if(schemes, IsClassOfAnotherKind);
-  const std::string fullName = app.name + suffix, exe = fullName + ".exe", progId = "Tsrn.Url." + fullName;
-  DeleteTree(appKey + "\\SupportedProtocols");
+  const std::string fullName = app.name + launcherSuffix, exe = fullName + ".exe",
+                    progId = urlProgIdPrefix + fullName;
+  DeleteTree(state_.registry, appKey + "\\SupportedProtocols");
   if (!Has(toolsKey)) return false;
-  DeleteTree(toolsKey + "\\MacApps\\" + fullName);
+  DeleteTree(state_.registry, macAppsKey + "\\" + fullName);
   if (schemes.empty()) {
-    DeleteTree(classesKey + "\\" + progId);
+    DeleteTree(state_.registry, classesKey + "\\" + progId);
     if (!Has(registeredKey)) return false;
     state_.registry.erase(ValuePath(registeredKey, fullName));
     return true;
   }
-  const std::string capabilities = toolsKey + "\\MacApps\\" + fullName + "\\Capabilities";
+  const std::string capabilities = macAppsKey + "\\" + fullName + "\\Capabilities";
   for (const std::string& scheme : schemes) {
     SetText(appKey + "\\SupportedProtocols", scheme, "");
     SetText(classesKey + "\\" + progId + "\\shell\\open\\command", "",
@@ -224,7 +196,7 @@ bool GuestModel::RegisterSchemes(const Application& app, const std::string& appK
     const bool ours =
         around_.mergesUserClasses && declared != state_.registry.end() && IsRegistryText(declared->second);
     if (ours || around_.machineDeclares(scheme)) continue;
-    SetText(schemeKey, "", "URL:" + scheme + suffix);
+    SetText(schemeKey, "", "URL:" + scheme + launcherSuffix);
     SetText(schemeKey, "URL Protocol", "");
   }
   SetText(registeredKey, fullName, capabilities.substr(std::string("HKCU\\").size()));
@@ -233,18 +205,18 @@ bool GuestModel::RegisterSchemes(const Application& app, const std::string& appK
 
 // The entries that belong to the application alone.
 void GuestModel::Unregister(const std::string& fullName) {
-  DeleteTree(classesKey + "\\Tsrn.Url." + fullName);
-  DeleteTree(toolsKey + "\\MacApps\\" + fullName);
+  DeleteTree(state_.registry, classesKey + "\\" + urlProgIdPrefix + fullName);
+  DeleteTree(state_.registry, macAppsKey + "\\" + fullName);
   if (!Has(registeredKey)) return;
   state_.registry.erase(ValuePath(registeredKey, fullName));
-  DeleteTree(applicationsKey + "\\" + fullName + ".exe");
+  DeleteTree(state_.registry, applicationsKey + "\\" + fullName + ".exe");
 }
 
 void GuestModel::RemoveApplication(const std::string& name) {
-  const std::string path = PathOfLauncher(name + suffix + ".exe");
+  const std::string path = PathOfLauncher(name + programSuffix);
   state_.files.try_emplace(around_.shortcutFolder);
-  state_.files.erase(around_.shortcutFolder + "\\" + name + suffix + ".lnk");
-  Unregister(name + suffix);
+  state_.files.erase(around_.shortcutFolder + "\\" + name + shortcutSuffix);
+  Unregister(name + launcherSuffix);
   state_.files.erase(path);
   std::erase_if(state_.launchers, [&](const auto& entry) { return EqualNoCase(entry.first, path); });
 }
@@ -253,33 +225,32 @@ void GuestModel::RemoveApplication(const std::string& name) {
 // OpenWithList keys, and the offers of applications that went before sharing did.
 void GuestModel::Off() {
   if (!Has(applicationsKey)) return;
-  const std::string keySuffix = suffix + ".exe";
-  std::vector<std::string> launchers = Subkeys(applicationsKey), claims;
-  std::erase_if(launchers, [&](const std::string& name) { return !name.ends_with(keySuffix); });
+  std::vector<std::string> launchers = Subkeys(state_.registry, applicationsKey), claims;
+  std::erase_if(launchers, [&](const std::string& name) { return !name.ends_with(programSuffix); });
   for (const std::string& exe : launchers) {
-    DeleteTree(applicationsKey + "\\" + exe);
+    DeleteTree(state_.registry, applicationsKey + "\\" + exe);
     Unregister(exe.substr(0, exe.size() - 4));
   }
-  for (const std::string& name : Subkeys(classesKey)) {
+  for (const std::string& name : Subkeys(state_.registry, classesKey)) {
     const std::string key = classesKey + "\\" + name;
     const auto declared = state_.registry.find(ValuePath(key, "URL Protocol"));
     if (declared != state_.registry.end() && IsRegistryText(declared->second) &&
-        TextOf(key, "").ends_with(suffix) && Subkeys(key).empty()) {
-      DeleteTree(key);
+        TextOf(key, "").ends_with(launcherSuffix) && Subkeys(state_.registry, key).empty()) {
+      DeleteTree(state_.registry, key);
     }
   }
-  for (const std::string& name : Subkeys(classesKey)) {
+  for (const std::string& name : Subkeys(state_.registry, classesKey)) {
     const std::string command = TextOf(classesKey + "\\" + name + "\\shell\\open\\command", "");
     if (name.size() > 10 && name.ends_with("_auto_file") && command.size() > around_.launcherFolder.size() &&
         command.substr(1).starts_with(around_.launcherFolder)) {
       claims.push_back(name);
     }
   }
-  for (const std::string& name : claims) DeleteTree(classesKey + "\\" + name);
-  for (const std::string& name : Subkeys(classesKey)) {
+  for (const std::string& name : claims) DeleteTree(state_.registry, classesKey + "\\" + name);
+  for (const std::string& name : Subkeys(state_.registry, classesKey)) {
     const std::string key = classesKey + "\\" + name;
     if (!name.starts_with(".") || !Has(key + "\\OpenWithList")) continue;
-    for (const std::string& exe : launchers) DeleteTree(key + "\\OpenWithList\\" + exe);
+    for (const std::string& exe : launchers) DeleteTree(state_.registry, key + "\\OpenWithList\\" + exe);
     if (std::find(claims.begin(), claims.end(), TextOf(key, "")) != claims.end()) SetText(key, "", "");
   }
   state_.files.clear();
@@ -295,7 +266,7 @@ std::vector<std::string> BeyondResidue(const Snapshot& before, const Snapshot& a
     const std::string& path = entry.first;
     if (before.registry.contains(path)) return false;
     const bool ofExtension = EqualNoCase(path.substr(0, classesKey.size() + 2), classesKey + "\\.");
-    return ofExtension || EqualNoCase(path, toolsKey + "\\MacApps");
+    return ofExtension || EqualNoCase(path, macAppsKey);
   });
   CompareEntries(before.registry, found, true, differences);
   return differences;

@@ -28,8 +28,6 @@ class GuestModel {
   void SetText(const std::string& key, const std::string& value, const std::string& text);
   void SetData(const std::string& key, const std::string& value, const std::string& data);
   std::string TextOf(const std::string& key, const std::string& value) const;  // empty unless a text
-  void DeleteTree(const std::string& key);
-  std::vector<std::string> Subkeys(const std::string& key) const;  // names
 
   bool Register(const Application& app);
   bool RegisterTypes(const Application& app, const std::string& appKey);

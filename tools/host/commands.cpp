@@ -1,0 +1,104 @@
+// The commands that play the host, and the options that several commands share.
+#include "host/commands.h"
+
+#include <iostream>
+#include <memory>
+
+#include "host/pictures.h"
+#include "host/prepare.h"
+#include "host/shell.h"
+#include "host/system.h"
+#include "host/text.h"
+
+namespace host {
+namespace {
+
+struct PlayOptions : GuestOptions {
+  std::string module;
+  double seconds = 30;
+  StoryOptions story;
+
+  void AddTo(CLI::App& command) {
+    AddCatalogue(command, true);
+    AddGuest(command);
+    command.add_option("--module", module, "The module's library (default: the one beside this tool)");
+    command.add_option("--timeout", seconds, "Limit for each step, in seconds")
+        ->check(CLI::Range(0.1, 3600.0))
+        ->capture_default_str();
+  }
+
+  SessionOptions Session() const {
+    return {module.empty() ? DefaultModule() : std::filesystem::absolute(PathOf(module)),
+            std::chrono::milliseconds(static_cast<std::int64_t>(seconds * 1000))};
+  }
+};
+
+// What can be checked before the guest is touched: the catalogue (whose loading comes first) and the module.
+void OpenForPlay(const PlayOptions& options) {
+  LoadModule(options.Session().module);
+  OpenGuest(PathOf(options.guest), GuestUse::Play);
+  PrepareGuest();
+  SaveGuest();
+}
+
+void SayWhereSaved() {
+  if (const std::filesystem::path saved = SaveGuest(); !saved.empty()) {
+    std::cout << "\nThe guest's registry is in " << PathText(saved) << "\n";
+  }
+}
+
+}  // namespace
+
+void GuestOptions::AddCatalogue(CLI::App& command, bool required) {
+  command.add_option("--catalogue", catalogue, "Folder with catalogue.json and its PNG icons")
+      ->required(required);
+}
+
+void GuestOptions::AddGuest(CLI::App& command) {
+  command.add_option("--guest", guest, "Folder that is the guest's drive C (native build only)");
+}
+
+void AddPlayCommands(CLI::App& tool, Action& action) {
+  const auto options = std::make_shared<PlayOptions>();
+
+  CLI::App& run = *tool.add_subcommand("run", "Tell the whole story: on, a changed catalogue, on, off");
+  options->AddTo(run);
+  run.add_flag("--keep-on", options->story.keepOn, "Leave sharing on at the end");
+  run.add_flag("--tree", options->story.trees, "Show after each step what the guest holds");
+  run.callback([options, &action] {
+    action = [options] {
+      const Catalogue catalogue = Catalogue::Load(PathOf(options->catalogue));
+      OpenForPlay(*options);
+      const Catalogue last = TellStory(catalogue, options->Session(), options->story);
+      if (const std::filesystem::path kept = GuestCatalogue(); !kept.empty()) SaveCatalogue(last, kept);
+      SayWhereSaved();
+      return 0;
+    };
+  });
+
+  CLI::App& shell = *tool.add_subcommand("shell", "Play the host by hand, or by a script on standard input");
+  options->AddTo(shell);
+  shell.callback([options, &action] {
+    action = [options] {
+      const bool interactive = OpenConsole();
+      const std::filesystem::path folder = PathOf(options->catalogue);
+      const Catalogue catalogue = Catalogue::Load(folder);
+      OpenForPlay(*options);
+      const int status = RunShell(catalogue, folder, options->Session(), interactive);
+      SayWhereSaved();
+      return status;
+    };
+  });
+
+  CLI::App& check = *tool.add_subcommand("check", "Check a catalogue and do nothing else");
+  options->AddCatalogue(check, true);
+  check.callback([options, &action] {
+    action = [options] {
+      const Catalogue catalogue = Catalogue::Load(PathOf(options->catalogue));
+      std::cout << catalogue.applications().size() << " applications, no fault found\n";
+      return 0;
+    };
+  });
+}
+
+}  // namespace host

@@ -1,0 +1,27 @@
+// The subcommands of velomira-host. Each function adds some to the command line; the one that is named there
+// puts what it does into `action`, which returns the exit status: 0, or 1 for differences. A failure is a
+// std::runtime_error, misuse that the command line itself does not show a CLI::Error.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <string>
+
+#include "host/catalogue.h"
+#include "host/story.h"
+
+namespace host {
+
+using Action = std::function<int()>;
+
+void AddPlayCommands(CLI::App& tool, Action& action);   // run, shell, check: the host is played
+void AddGuestCommands(CLI::App& tool, Action& action);  // verify, export, icons, diff: a guest is looked at
+
+// What several commands take.
+struct GuestOptions {
+  std::string catalogue, guest;
+  void AddCatalogue(CLI::App& command, bool required);
+  void AddGuest(CLI::App& command);
+};
+
+}  // namespace host
