@@ -33,18 +33,24 @@ struct PlayOptions : GuestOptions {
   }
 };
 
-// What can be checked before the guest is touched: the catalogue (whose loading comes first) and the module.
-void OpenForPlay(const PlayOptions& options) {
+// Opens the guest and plays; whatever ends that, the guest is saved. What can be checked before the guest is
+// touched is: the catalogue, which is loaded by then, and the module.
+int Play(const PlayOptions& options, const std::function<int()>& play) {
   LoadModule(options.Session().module);
   OpenGuest(PathOf(options.guest), GuestUse::Play);
   PrepareGuest();
-  SaveGuest();
-}
-
-void SayWhereSaved() {
+  Interrupted();
+  int status = 0;
+  try {
+    status = play();
+  } catch (const std::exception&) {  // on its way to the program's end
+    SaveGuest();
+    throw;
+  }
   if (const std::filesystem::path saved = SaveGuest(); !saved.empty()) {
     std::cout << "\nThe guest's registry is in " << PathText(saved) << "\n";
   }
+  return status;
 }
 
 }  // namespace
@@ -68,11 +74,11 @@ void AddPlayCommands(CLI::App& tool, Action& action) {
   run.callback([options, &action] {
     action = [options] {
       const Catalogue catalogue = Catalogue::Load(PathOf(options->catalogue));
-      OpenForPlay(*options);
-      const Catalogue last = TellStory(catalogue, options->Session(), options->story);
-      if (const std::filesystem::path kept = GuestCatalogue(); !kept.empty()) SaveCatalogue(last, kept);
-      SayWhereSaved();
-      return 0;
+      return Play(*options, [&] {
+        const Catalogue last = TellStory(catalogue, options->Session(), options->story);
+        if (const std::filesystem::path kept = GuestCatalogue(); !kept.empty()) SaveCatalogue(last, kept);
+        return 0;
+      });
     };
   });
 
@@ -83,10 +89,7 @@ void AddPlayCommands(CLI::App& tool, Action& action) {
       const bool interactive = OpenConsole();
       const std::filesystem::path folder = PathOf(options->catalogue);
       const Catalogue catalogue = Catalogue::Load(folder);
-      OpenForPlay(*options);
-      const int status = RunShell(catalogue, folder, options->Session(), interactive);
-      SayWhereSaved();
-      return status;
+      return Play(*options, [&] { return RunShell(catalogue, folder, options->Session(), interactive); });
     };
   });
 

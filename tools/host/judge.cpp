@@ -95,8 +95,9 @@ class Judgement {
     }
     JudgeOtherFiles();
     JudgeRegistry();
-    std::stable_sort(findings_.begin(), findings_.end(),
-                     [](const Finding& a, const Finding& b) { return a.application < b.application; });
+    std::ranges::stable_sort(findings_, {}, [](const Finding& each) {
+      return std::pair(each.application, each.kind == Kind::Kept);
+    });
     return std::move(findings_);
   }
 

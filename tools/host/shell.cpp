@@ -9,7 +9,6 @@
 #include <utility>
 
 #include "host/guest_view.h"
-#include "host/narrator.h"
 #include "host/session.h"
 #include "host/tree.h"
 #include "host/verify.h"
@@ -76,6 +75,7 @@ class Shell {
         throw std::runtime_error(std::string("usage: ") + command.usage);
       }
       command.run(*this, words);
+      SaveGuest();
       return true;
     }
     throw std::runtime_error("unknown command \"" + words[0] + "\"; try help");
@@ -140,13 +140,12 @@ class Shell {
   }
 
   void On() {
-    Narrator narrator(catalogue_);
     session_.Share(catalogue_);
-    session_.Watch([&](const Question& question) { narrator.Hear(question); });
     session_.On();
-    session_.Watch({});
-    narrator.SayFailed();
     model_.On(catalogue_);
+    for (const std::string& name : Unmirrored(catalogue_, TakeSnapshot())) {
+      std::cout << "  " << name << " could not be mirrored\n";
+    }
   }
 
   void List() const {
@@ -231,12 +230,13 @@ int RunShell(const Catalogue& catalogue, const std::filesystem::path& folder, co
   Shell shell(catalogue, folder, options);
   if (interactive) std::cout << "The module runs and has announced itself. Type help for the commands.\n";
   int status = 0;
-  for (std::string line; std::cout << "> " << std::flush, std::getline(std::cin, line);) {
+  for (std::string line; std::cout << "> " << std::flush, !Interrupted() && std::getline(std::cin, line);) {
     if (!interactive) std::cout << line << "\n";
     if (line.starts_with("#")) continue;
     try {
       if (!shell.Run(Split(line))) break;
     } catch (const std::runtime_error& failure) {
+      SaveGuest();
       if (shell.stuck()) throw;
       std::cout << "  failed: " << failure.what() << "\n";
       status = 1;
@@ -244,6 +244,7 @@ int RunShell(const Catalogue& catalogue, const std::filesystem::path& folder, co
   }
   shell.Stop();
   std::cout << "\n";
+  if (Interrupted()) throw std::runtime_error("interrupted: the module is stopped, the guest is saved");
   return interactive ? 0 : status;
 }
 

@@ -8,7 +8,6 @@
 
 #include "host/difference.h"
 #include "host/guest_names.h"
-#include "host/narrator.h"
 #include "host/session.h"
 #include "host/tree.h"
 #include "host/verify.h"
@@ -93,16 +92,17 @@ class Story {
 
   void On(const Catalogue& catalogue, const std::string& heading) {
     Heading(heading);
-    Narrator narrator(catalogue);
     session_.Share(catalogue);
-    session_.Watch([&](const Question& question) { narrator.Hear(question); });
     const Requests requests = session_.On();
-    session_.Watch({});
-    narrator.SayFailed();
     model_.On(catalogue);
     Look("after \"on\"", catalogue);
     std::cout << "    the guest asked for the list, " << requests.icons << " times for icons and "
               << requests.details << " times for details\n";
+    const std::vector<std::string> failed = Unmirrored(catalogue, last_);
+    if (!failed.empty()) {
+      std::cout << "    " << Count(failed.size(), "application") << " could not be mirrored: " << failed[0]
+                << (failed.size() > 1 ? ", ..." : "") << "\n";
+    }
   }
 
   // An application that cannot be built is tried again each time.
@@ -199,7 +199,6 @@ Catalogue TellStory(const Catalogue& catalogue, const SessionOptions& session, c
   const Change change = Changed(catalogue);
   std::cout << "The host shares " << Count(catalogue.applications().size(), "application") << ": "
             << Summary(catalogue) << std::endl;
-  const SavedAtEnd saved;
   Story story(session, options);
   story.Start();
   story.On(catalogue, "Sharing on");

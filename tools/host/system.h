@@ -40,13 +40,6 @@ void OpenGuest(const std::filesystem::path& folder, GuestUse use);
 // Saves what would not outlive the process (the registry, natively) as text, which takes the place of the one
 // that was saved before only when it is whole; the file's path, or an empty one.
 std::filesystem::path SaveGuest();
-// Saves once more when everything that was made after it is gone, whatever ends it.
-struct SavedAtEnd {
-  SavedAtEnd() = default;
-  ~SavedAtEnd();
-  SavedAtEnd(const SavedAtEnd&) = delete;
-  SavedAtEnd& operator=(const SavedAtEnd&) = delete;
-};
 // Where a guest's folder keeps the catalogue that it was played with last; empty where a guest has no folder.
 std::filesystem::path GuestCatalogue();
 std::filesystem::path DriveC();

@@ -1,5 +1,5 @@
-// Snapshots and their differences as short text for people: trees, in which a chain of keys without branches
-// takes one line and the launcher folder is abbreviated to "{folder}".
+// Snapshots and their differences as text for people: a line for each file and each value, below a line for
+// its key; in data the launcher folder is abbreviated to "{folder}".
 #pragma once
 
 #include <iosfwd>

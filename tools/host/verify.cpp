@@ -257,6 +257,15 @@ void GuestModel::Off() {
   state_.launchers.clear();
 }
 
+std::vector<std::string> Unmirrored(const Catalogue& catalogue, const Snapshot& guest) {
+  std::vector<std::string> names;
+  for (const Application& app : catalogue.applications()) {
+    if (!guest.launchers.contains(LauncherFolder() + "\\" + app.name + programSuffix))
+      names.push_back(app.name);
+  }
+  return names;
+}
+
 std::vector<std::string> BeyondResidue(const Snapshot& before, const Snapshot& after) {
   std::vector<std::string> differences;
   CompareEntries({}, after.files, true,

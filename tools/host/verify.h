@@ -42,6 +42,9 @@ class GuestModel {
   Surroundings around_;
 };
 
+// The applications of the catalogue that have no launcher.
+std::vector<std::string> Unmirrored(const Catalogue& catalogue, const Snapshot& guest);
+
 // What differs after "off" from the guest before "on" beyond the documented residue: the extensions' keys
 // with their OpenWithProgids values and OpenWithList offers, and the empty key above the capabilities.
 std::vector<std::string> BeyondResidue(const Snapshot& before, const Snapshot& after);
