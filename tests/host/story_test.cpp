@@ -2,6 +2,8 @@
 // for.
 #include "host/story.h"
 
+#include <algorithm>
+
 #include "host/judge.h"
 #include "host/prepare.h"
 #include "host/system.h"
@@ -25,7 +27,7 @@ std::vector<host::Application> With(const std::string& name) {
 
 TEST_F(StoryTest, GoesWellWithAnyCatalogue) {
   std::vector<host::Application> faceless = Applications(4), hostile = Applications(3),
-                                 full = Applications(600);
+                                 full = Applications(563);
   for (host::Application& app : faceless) app.icons.clear();
   faceless[3].icons.push_back(host::RefusedIcon(host::PlainIcon()));
   hostile[0].documentTypes = hostile[0].defaultTypes = {"exe", "a.b", "TXT", "txt", std::string(200, 'x')};

@@ -21,7 +21,7 @@ struct StoryOptions {
   bool keepOn = false;  // leaves the last "off" out, so that the guest keeps the applications
   bool trees = false;   // shows what the guest holds and what changed
   // Called after each step, with the catalogue that is shared then and with what the guest holds.
-  std::function<void(const std::string& step, const Catalogue& catalogue, const Snapshot& guest)> watch;
+  std::function<void(const std::string& step, const Catalogue& catalogue, const Snapshot& guest)> watch{};
 };
 
 // Tells the story on standard output, with any catalogue. Throws std::runtime_error where it does not go as

@@ -1,0 +1,106 @@
+#!/usr/bin/env bash
+# tool.sh VELOMIRA_HOST CATALOGUE: what the tool promises to who calls it: exit statuses and messages, guests that
+# survive, exports. Native build.
+set -uo pipefail
+host=$1 catalogue=$2
+work=$(mktemp -d "${TMPDIR:-/tmp}/velomira-tool-XXXXXX")
+trap 'rm -rf "$work"' EXIT
+guest=$work/guest
+faults=0
+
+# expect STATUS TEXT ARGUMENT...: the tool ends so, and says the text.
+expect() {
+  local status=$1 text=$2 said got
+  shift 2
+  said=$("$host" "$@" 2>&1 </dev/null) && got=0 || got=$?
+  if [ "$got" != "$status" ] || [[ $said != *"$text"* ]]; then
+    printf 'velomira-host %s\n  ended with %s instead of %s; "%s" was to be in:\n%s\n' "$*" "$got" "$status" "$text" "$said"
+    faults=$((faults + 1))
+  fi
+}
+check() { # TEXT COMMAND...: the command succeeds
+  local text=$1
+  shift
+  "$@" || { printf 'not so: %s\n' "$text"; faults=$((faults + 1)); }
+}
+state() { (cd "$1" && find . -printf '%p %T@ %s\n' | sort); }
+
+# Misuse.
+expect 2 '"vrfy" is not understood' vrfy
+expect 2 '"--tre" is not understood' run --catalogue "$catalogue" --tre
+expect 2 'subcommand is required'
+expect 2 '--catalogue is required' run
+expect 2 '--png is required' icons Loom --guest "$guest"
+expect 0 'velomira-host 1.' --version
+expect 0 'verify' --help
+check 'output that cannot be written is a failure' [ "$("$host" --help >/dev/full 2>/dev/null; echo $?)" = 1 ]
+
+# What is no guest is refused, and stays as it is.
+mkdir -p "$work/other" && touch "$work/other/thing"
+expect 1 'is no guest' verify --guest "$work/typo" --catalogue "$catalogue"
+check 'a folder that is not there is not made' [ ! -e "$work/typo" ]
+expect 1 'other things in it' run --guest "$work/other" --catalogue "$catalogue"
+check 'a folder with other things is left alone' [ "$(ls "$work/other")" = thing ]
+expect 1 'cannot be loaded' run --guest "$guest" --catalogue "$catalogue" --module "$work/none.so"
+check 'nothing is made before what can be checked is' [ ! -e "$guest" ]
+
+# A whole story, and a judgement that writes nothing.
+expect 0 '10 launchers, 10 shortcuts, 14 types, 8 schemes' run --guest "$guest" --catalogue "$catalogue"
+expect 0 'no difference' verify --off --guest "$guest"
+expect 1 'kept' verify --off --strict --guest "$guest"
+expect 0 '* Sharing on again' run --guest "$guest" --catalogue "$catalogue" --keep-on
+before=$(state "$guest")
+expect 0 'Ink Garden: kept: the offer for .inkg' verify --guest "$guest"
+expect 1 'Ink Garden: the launcher is missing' verify --guest "$guest" --catalogue "$catalogue"
+expect 1 '"application": "Ink Garden"' verify --guest "$guest" --catalogue "$catalogue" --json
+check 'a judgement changes nothing' [ "$before" = "$(state "$guest")" ]
+echo junk >"$(find "$guest" -name 'Loom (Mac).lnk')"
+expect 1 'Loom: the shortcut is no shell link' verify --guest "$guest"
+rm "$(find "$guest" -name 'Loom (Mac).lnk')"
+expect 1 'Loom: the shortcut is missing' verify --guest "$guest"
+mv "$guest/registry.txt" "$work/kept.txt"
+expect 1 'the launcher is there' verify --off --guest "$guest"
+printf '[HKEY_CURRENT_USER]\nnonsense\n' >"$guest/registry.txt"
+expect 1 "registry.txt: line 2" verify --guest "$guest"
+expect 1 'nonsense' shell --guest "$guest" --catalogue "$catalogue"
+mv "$work/kept.txt" "$guest/registry.txt"
+
+# Exports.
+expect 0 '' export --guest "$guest" --reg "$work/out.reg" --json "$work/out.json"
+reg=$(iconv -f utf-16 -t utf-8 "$work/out.reg")
+check 'a registry file has its mark' [ "$(head -c 4 "$work/out.reg" | od -An -tx1)" = ' ff fe 57 00' ]
+check 'a registry file has its head' [ "$(head -n 1 <<<"$reg")" = $'Windows Registry Editor Version 5.00\r' ]
+check 'every line ends in CR LF' [ "$(grep -vc $'\r$' <<<"$reg")" = 0 ]
+for line in '"beat_auto_file"=hex(0):' '@="\"C:\\Users\\guest\\AppData\\Roaming\\Tessarine\\Shared Applications\\Café Chess Deluxe (Mac).exe\" \"%1\""' \
+  '[HKEY_CURRENT_USER\Software\Classes\Applications\星図 Starling (Mac).exe\SupportedTypes]'; do
+  check "an export holds $line" grep -qxF "$line"$'\r' <<<"$reg"
+done
+check 'JSON holds a launcher' grep -q '"iconSizes"' "$work/out.json"
+expect 1 'cannot be written' export --guest "$guest" --json "$work/none/out.json"
+expect 0 'Tidepool-48.png' icons Tidepool --guest "$guest" --png "$work/icons"
+mkdir "$work/one" && cp "$work/icons/Tidepool-48.png" "$catalogue/tidepool-48.png" "$work/one"
+app() { printf '{"applications": [{"bundleId": "b", "name": "A", "icons": ["%s"]}]}' "$1" >"$work/one/catalogue.json"; }
+app tidepool-48.png
+echo on | "$host" shell --guest "$work/mono" --catalogue "$work/one" >/dev/null
+app Tidepool-48.png  # the picture that a launcher gives back is the catalogue's
+expect 0 'no difference' verify --guest "$work/mono" --catalogue "$work/one"
+expect 1 'A (Mac).exe' diff "$work/mono" "$guest"
+expect 0 'no difference' diff "$guest" "$guest"
+
+# One host at a time, and an interrupt that leaves a whole guest.
+mkfifo "$work/input"
+"$host" shell --guest "$work/live" --catalogue "$catalogue" <"$work/input" >"$work/said" 2>&1 &
+player=$!
+exec 3>"$work/input"
+printf 'on\n' >&3
+until [ -f "$work/live/registry.txt" ] && grep -q 'Loom (Mac)' "$work/live/registry.txt"; do sleep 0.1; done
+expect 1 "process $player" shell --guest "$work/live" --catalogue "$catalogue"
+expect 1 "process $player" verify --guest "$work/live" --catalogue "$catalogue"
+kill -INT "$player"
+wait "$player"
+check 'an interrupted host ends with status 1' [ $? = 1 ]
+exec 3>&-
+expect 0 'no difference' verify --guest "$work/live" --catalogue "$catalogue"
+check 'an interrupt is said' grep -q 'interrupted' "$work/said"
+
+exit $((faults > 0))
