@@ -27,12 +27,12 @@ std::vector<host::Application> With(const std::string& name) {
 
 TEST_F(StoryTest, GoesWellWithAnyCatalogue) {
   std::vector<host::Application> faceless = Applications(4), hostile = Applications(3),
-                                 full = Applications(563);
+                                 full = Applications(98);
   for (host::Application& app : faceless) app.icons.clear();
   faceless[3].icons.push_back(host::RefusedIcon(host::PlainIcon()));
   hostile[0].documentTypes = hostile[0].defaultTypes = {"exe", "a.b", "TXT", "txt", std::string(200, 'x')};
   hostile[1].urlSchemes = {".txt", "txt_auto_file", "Applications", "a b", std::string(200, 'x')};
-  for (host::Application& app : full) app.bundleId.resize(29, '.');
+  for (host::Application& app : full) app.bundleId.resize(299, '.');
   const std::vector<std::vector<host::Application>> catalogues = {{},
                                                                   Applications(1),
                                                                   Applications(2),

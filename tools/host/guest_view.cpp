@@ -20,7 +20,7 @@ using Key = Owned<HKEY, RegCloseKey>;
 
 std::string SpecialFolder(int csidl) {
   WCHAR path[MAX_PATH];
-  if (!SHGetSpecialFolderPathW(nullptr, path, csidl, FALSE)) {
+  if (!SHGetSpecialFolderPathW(nullptr, path, csidl, TRUE)) {
     throw std::runtime_error("the guest has no special folder " + std::to_string(csidl));
   }
   return Narrow(path);
