@@ -22,7 +22,7 @@ struct PlayOptions : GuestOptions {
     AddCatalogue(command, true);
     AddGuest(command);
     command.add_option("--module", module, "The module's library (default: the one beside this tool)");
-    command.add_option("--timeout", seconds, "Limit for each step, in seconds")
+    command.add_option("--timeout", seconds, "Seconds that the guest may take without a sign of life")
         ->check(CLI::Range(0.1, 3600.0))
         ->capture_default_str();
   }

@@ -78,7 +78,11 @@ std::int32_t Session::WithinLimit(const char* what, std::function<std::int32_t()
 }
 
 void Session::WaitIdle(const char* what) {
-  if (gate_->WaitIdle(limit_)) return;
+  std::uint64_t sends = 0;
+  do {
+    sends = gate_->Facts().sends;
+    if (gate_->WaitIdle(limit_)) return;
+  } while (sends != gate_->Facts().sends);  // the guest is at work
   stuck_ = true;
   Fail(std::string("the guest was not ready again within the time limit, after: ") + what);
 }
