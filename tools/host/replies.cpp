@@ -14,14 +14,10 @@ void AddTexts(Items& items, std::uint32_t type, const std::vector<std::string>& 
   for (const std::string& text : texts) items.Text(type, text);
 }
 
-// One item of `type` at the start of `data`, cut off it; empty when there is none.
-std::span<const std::byte> TakeItem(std::span<const std::byte>& data, std::uint32_t type) {
-  if (data.size() < itemHeader || GetU32(data, 4) != type) return {};
-  const std::uint32_t size = GetU32(data, 8);
-  if (size > data.size() - itemHeader) return {};
-  const auto value = data.subspan(itemHeader, size);
-  data = data.subspan(itemHeader + size);
-  return value;
+// The value of the item at the start of `data`, cut off it; empty when that is none of `type`.
+std::span<const std::byte> TakeValue(std::span<const std::byte>& data, std::uint32_t type) {
+  Item item;
+  return TakeItem(data, item) && item.type == type ? item.value : std::span<const std::byte>();
 }
 
 Items ListItems(const Catalogue& catalogue) {
@@ -61,8 +57,8 @@ Question ReadQuestion(std::span<const std::byte> envelope) {
     question.valid = dataSize == 1 && data[0] == std::byte{1};
     return question;
   }
-  const auto text = TakeItem(data, textItem);
-  const auto room = TakeItem(data, numberItem);
+  const auto text = TakeValue(data, textItem);
+  const auto room = TakeValue(data, numberItem);
   if (text.empty() || text.back() != std::byte{0} || room.size() != 4 || !data.empty()) return question;
   question.argument = reinterpret_cast<const char*>(text.data());
   question.room = GetU32(room, 0);

@@ -59,8 +59,10 @@ Reply Session::Answer(std::span<const std::byte> envelope) {
   if (question.code == 104) ++requests_.details;
   asked_.notify_all();
   if (watcher_) watcher_(question);
+  conversation_.Hear(Direction::Request, envelope);
   Reply reply = AnswerCommand(catalogue_, envelope);
   if (bender_) bender_(question, reply);
+  conversation_.Hear(Direction::Reply, reply.bytes, reply.status);
   return reply;
 }
 
@@ -115,6 +117,7 @@ Requests Session::Command(const char* what, std::span<const std::byte> envelope)
     std::lock_guard lock(mutex_);
     requests_ = {};
   }
+  conversation_.Hear(Direction::Command, envelope);
   gate_->Push(envelope);
   WaitIdle(what);
   const GateFacts facts = gate_->Facts();

@@ -10,6 +10,7 @@
 #include <mutex>
 
 #include "host/catalogue.h"
+#include "host/conversation.h"
 #include "host/gate.h"
 #include "host/replies.h"
 #include "host/system.h"
@@ -53,6 +54,7 @@ class Session {
   bool stuck() const { return stuck_; }
   GateFacts Facts() { return gate_->Facts(); }
   Gate& gate() { return *gate_; }
+  Conversation& conversation() { return conversation_; }
 
  private:
   Reply Answer(std::span<const std::byte> envelope);
@@ -62,6 +64,7 @@ class Session {
   std::int32_t WithinLimit(const char* what, std::function<std::int32_t()> call);
 
   std::chrono::milliseconds limit_;
+  Conversation conversation_;
   std::unique_ptr<Gate> gate_;
   std::unique_ptr<Module> module_;
   bool running_ = false;

@@ -32,6 +32,13 @@ Items& Items::Number(std::uint32_t type, std::uint32_t number) {
   return Add(type, value);
 }
 
+bool TakeItem(std::span<const std::byte>& data, Item& item) {
+  if (data.size() < itemHeader || GetU32(data, 8) > data.size() - itemHeader) return false;
+  item = {GetU32(data, 0), GetU32(data, 4), data.subspan(itemHeader, GetU32(data, 8))};
+  data = data.subspan(itemHeader + item.value.size());
+  return true;
+}
+
 Bytes BlankBitmap(std::uint32_t width, std::uint32_t height, std::uint32_t bits) {
   constexpr std::uint32_t headers = 54;
   const std::uint32_t pixels = (width * bits / 8 + 3) / 4 * 4 * height;

@@ -56,6 +56,13 @@ class Items {
   std::uint32_t count_ = 0;
 };
 
+struct Item {
+  std::uint32_t index = 0, type = 0;
+  std::span<const std::byte> value;
+};
+// The item at the start of `data`, cut off it; false, and nothing changed, where no whole item is.
+bool TakeItem(std::span<const std::byte>& data, Item& item);
+
 // The 54 header bytes of an uncompressed BMP file with `bits` (24 or 32) a pixel, and as many zero bytes as
 // its pixels take: rows bottom-up, each padded to a multiple of 4.
 Bytes BlankBitmap(std::uint32_t width, std::uint32_t height, std::uint32_t bits = 32);

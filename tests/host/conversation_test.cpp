@@ -1,0 +1,98 @@
+// What was said, by the names of its fields, and what is said of envelopes that cannot be read to their end.
+#include "host/conversation.h"
+
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include "host/replies.h"
+#include "host/wire.h"
+
+namespace {
+
+using host::Direction;
+using Fields = std::vector<std::pair<std::string, std::string>>;
+
+host::Bytes Cut(host::Bytes bytes, std::size_t less) {
+  bytes.resize(bytes.size() - less);
+  return bytes;
+}
+
+TEST(Conversation, NamesEveryFieldAndSaysWhereReadingEnds) {
+  const auto request = [](std::uint32_t code, const char* argument) {
+    return host::Envelope(code, host::Items().Text(3, argument).Number(1, 32748).bytes());
+  };
+  const auto details = host::Items().Text(3, "pgn").Text(5, "fen").Number(4, 1).Text(6, "chess").bytes();
+  const auto list = host::Items().Text(3, "example.loom").Text(3, "Loom").bytes();
+  auto behind = list;  // three bytes that are no item
+  behind.resize(behind.size() + 3);
+  const struct {
+    Direction direction;
+    host::Bytes envelope;
+    const char* code;
+    Fields items;
+    const char* fault;
+  } cases[] = {
+      {Direction::Command, host::SharingCommand(true), "sharing", {{"sharing", "on"}}, ""},
+      {Direction::Command, host::SharingCommand(false), "sharing", {{"sharing", "off"}}, ""},
+      {Direction::Command, host::AnnounceCommand(), "announce", {}, ""},
+      {Direction::Request, host::SharingCommand(true), "sharing", {{"announcement", "on"}}, ""},
+      {Direction::Request, request(102, "*"), "list", {{"pattern", "*"}, {"room", "32748"}}, ""},
+      {Direction::Request, request(103, "a.b"), "icons", {{"bundleId", "a.b"}, {"room", "32748"}}, ""},
+      {Direction::Reply,
+       host::Envelope(102, list),
+       "list",
+       {{"bundleId", "example.loom"}, {"name", "Loom"}},
+       ""},
+      {Direction::Reply,
+       host::Envelope(104, details),
+       "details",
+       {{"documentType", "pgn"}, {"defaultType", "fen"}, {"anyType", "1"}, {"urlScheme", "chess"}},
+       ""},
+      {Direction::Reply,
+       host::Envelope(103, host::Items().Add(2, host::BlankBitmap(48, 32)).bytes()),
+       "icons",
+       {{"icon", "48 x 32, 32 bits, 6,198 bytes"}},
+       ""},
+      {Direction::Reply,
+       host::Envelope(7, host::Items().Number(9, 0).bytes()),
+       "7",
+       {{"type 9", "4 bytes"}},
+       ""},
+      {Direction::Reply, host::Bytes(19), "0", {}, "the envelope is shorter than its header"},
+      {Direction::Reply, Cut(host::Envelope(102, list), 1), "list", {}, "of 42 bytes of data 41 are there"},
+      {Direction::Reply,
+       host::Envelope(102, behind),
+       "list",
+       {{"bundleId", "example.loom"}, {"name", "Loom"}},
+       "item 2 exceeds the data"},
+  };
+  for (const auto& each : cases) {
+    const host::Message message = host::ReadMessage(each.direction, each.envelope);
+    SCOPED_TRACE(std::string(each.code) + " " + each.fault);
+    EXPECT_EQ(host::NameOfCode(message.code), each.code);
+    EXPECT_EQ(message.items, each.items);
+    EXPECT_EQ(message.fault, each.fault);
+  }
+}
+
+TEST(Conversation, TellsEveryListenerInOrder) {
+  host::Conversation conversation;
+  nlohmann::json heard, alsoHeard;
+  conversation.Listen([&](const host::Exchange& exchange) { heard.push_back(host::Described(exchange)); });
+  conversation.Listen(
+      [&](const host::Exchange& exchange) { alsoHeard.push_back(host::Described(exchange)); });
+  conversation.BeginStep("on");
+  conversation.Hear(Direction::Command, host::SharingCommand(true));
+  conversation.Hear(Direction::Reply, host::Envelope(104, {}, 3), 7);
+  ASSERT_EQ(heard.size(), 2u);
+  EXPECT_EQ(heard, alsoHeard);
+  EXPECT_LE(heard[0]["ms"], heard[1]["ms"]);
+  for (auto& each : heard) each.erase("ms");
+  EXPECT_EQ(heard[0], nlohmann::json::parse(R"({"step": "on", "direction": "command", "code": "sharing",
+    "size": 21, "status": 0, "result": 0, "items": [["sharing", "on"]]})"));
+  EXPECT_EQ(heard[1], nlohmann::json::parse(R"({"step": "on", "direction": "reply", "code": "details",
+    "size": 20, "status": 7, "result": 3, "items": []})"));
+}
+
+}  // namespace
