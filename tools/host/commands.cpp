@@ -6,6 +6,7 @@
 
 #include "host/pictures.h"
 #include "host/prepare.h"
+#include "host/report.h"
 #include "host/shell.h"
 #include "host/system.h"
 #include "host/text.h"
@@ -14,7 +15,7 @@ namespace host {
 namespace {
 
 struct PlayOptions : GuestOptions {
-  std::string module;
+  std::string module, report;
   double seconds = 30;
   StoryOptions story;
 
@@ -71,11 +72,21 @@ void AddPlayCommands(CLI::App& tool, Action& action) {
   options->AddTo(run);
   run.add_flag("--keep-on", options->story.keepOn, "Leave sharing on at the end");
   run.add_flag("--tree", options->story.trees, "Show after each step what the guest holds");
+  run.add_option("--report", options->report, "HTML file for the story as a page");
   run.callback([options, &action] {
     action = [options] {
       const Catalogue catalogue = Catalogue::Load(PathOf(options->catalogue));
       return Play(*options, [&] {
-        const Catalogue last = TellStory(catalogue, options->Session(), options->story);
+        Report report;
+        StoryOptions story = options->story;
+        if (!options->report.empty()) {
+          story.watch = [&](const std::string& step, const Catalogue& shared, const Snapshot& guest) {
+            report.AddStep(step, guest, shared);
+          };
+          story.listen = [&](const Exchange& exchange) { report.Hear(exchange); };
+        }
+        const Catalogue last = TellStory(catalogue, options->Session(), story);
+        if (!options->report.empty()) report.Write(PathOf(options->report));
         if (const std::filesystem::path kept = GuestCatalogue(); !kept.empty()) SaveCatalogue(last, kept);
         return 0;
       });

@@ -8,6 +8,7 @@
 #include "host/judge.h"
 #include "host/launcher_view.h"
 #include "host/pictures.h"
+#include "host/report.h"
 #include "host/system.h"
 #include "host/text.h"
 #include "host/tree.h"
@@ -17,7 +18,7 @@ namespace {
 
 struct LookOptions : GuestOptions {
   bool off = false, strict = false, json = false;
-  std::string regFile, jsonFile, application, pngFolder, other;
+  std::string regFile, jsonFile, application, pngFolder, other, page;
 
   void OpenGuest() const { host::OpenGuest(PathOf(guest), GuestUse::Look); }
 };
@@ -43,6 +44,16 @@ int Export(const LookOptions& options) {
   options.OpenGuest();
   if (!options.regFile.empty()) WriteFileWhole(PathOf(options.regFile), RegistryAsReg());
   if (!options.jsonFile.empty()) WriteFileWhole(PathOf(options.jsonFile), GuestAsJson());
+  return 0;
+}
+
+int WriteReport(const LookOptions& options) {
+  options.OpenGuest();
+  const std::filesystem::path kept = options.catalogue.empty() ? GuestCatalogue() : PathOf(options.catalogue);
+  const bool isPlain = options.catalogue.empty() && (kept.empty() || !exists(kept));
+  Report report;
+  report.AddStep("The guest as it is", TakeSnapshot(), isPlain ? Catalogue() : Catalogue::Load(kept));
+  report.Write(PathOf(options.page));
   return 0;
 }
 
@@ -91,6 +102,11 @@ void AddGuestCommands(CLI::App& tool, Action& action) {
   options->AddGuest(exported);
   exported.add_option("--reg", options->regFile, "File for a registry editor to import");
   exported.add_option("--json", options->jsonFile, "File for files, launchers and registry as JSON");
+
+  CLI::App& report = add("report", "Write a guest as a page to look at", WriteReport);
+  report.add_option("page", options->page, "HTML file")->required();
+  options->AddCatalogue(report, false);
+  options->AddGuest(report);
 
   CLI::App& icons = add("icons", "Write the icons that a launcher carries", ExportIcons);
   options->AddGuest(icons);

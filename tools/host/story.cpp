@@ -74,7 +74,9 @@ Change Changed(const Catalogue& catalogue) {
 class Story {
  public:
   Story(const SessionOptions& session, const StoryOptions& options)
-      : options_(options), session_(session.module, session.limit), model_(TakeSnapshot(), LookAround()) {}
+      : options_(options), session_(session.module, session.limit), model_(TakeSnapshot(), LookAround()) {
+    if (options.listen) session_.conversation().Listen(options.listen);
+  }
 
   void Start() {
     Heading("The module starts");
@@ -113,6 +115,13 @@ class Story {
     }
   }
 
+  // The guest does not know before the next "on".
+  void Alter(const Change& change) {
+    Heading("The catalogue changes");
+    std::cout << change.text;
+    Watch(change.catalogue);
+  }
+
   void Off() {
     Heading("Sharing off");
     session_.Off();
@@ -134,6 +143,7 @@ class Story {
  private:
   void Heading(const std::string& text) {
     step_ = text;
+    session_.conversation().BeginStep(text);
     std::cout << "\n* " << text << std::endl;
   }
 
@@ -203,8 +213,8 @@ Catalogue TellStory(const Catalogue& catalogue, const SessionOptions& session, c
   story.Start();
   story.On(catalogue, "Sharing on");
   story.RepeatUnchanged(catalogue);
-  story.On(change.catalogue, "Sharing on again, the catalogue has changed");
-  std::cout << change.text;
+  story.Alter(change);
+  story.On(change.catalogue, "Sharing on with the new catalogue");
   if (!options.keepOn) story.Off();
   story.Stop();
   return change.catalogue;

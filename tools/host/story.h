@@ -8,6 +8,7 @@
 #include <string>
 
 #include "host/catalogue.h"
+#include "host/conversation.h"
 #include "host/guest_view.h"
 
 namespace host {
@@ -22,6 +23,7 @@ struct StoryOptions {
   bool trees = false;   // shows what the guest holds and what changed
   // Called after each step, with the catalogue that is shared then and with what the guest holds.
   std::function<void(const std::string& step, const Catalogue& catalogue, const Snapshot& guest)> watch{};
+  Conversation::Listener listen{};  // is told what host and guest say to each other
 };
 
 // Tells the story on standard output, with any catalogue. Throws std::runtime_error where it does not go as

@@ -1,0 +1,437 @@
+"use strict";
+// The guest at each step, made of the changes that the steps hold. A path is a key of the registry or, with a
+// mark and a name behind it, a value; data in quotation marks is a text.
+
+const story = JSON.parse(document.getElementById("data").textContent);
+const steps = story.steps;
+const mark = "\u0001", suffix = " (Mac)";
+const classes = "HKCU\\Software\\Classes\\", tools = "HKCU\\SOFTWARE\\Tessarine\\Tessarine Tools\\MacApps\\";
+const registered = "HKCU\\Software\\RegisteredApplications" + mark;
+const words = {"+": "new", "-": "gone", "~": "changed"};
+let step = 0, view = "menu", shown = null, wholeTalk = false, onlyChanges = false;
+
+const byId = id => document.getElementById(id);
+const number = new Intl.NumberFormat("en").format;
+const count = (n, one, many = one + "s") => `${number(n)} ${n === 1 ? one : many}`;
+const collate = new Intl.Collator("en", {sensitivity: "base", numeric: true}).compare;
+const nameOf = path => path.slice(path.lastIndexOf("\\") + 1);
+const textOf = data => data?.startsWith('"') ? data.slice(1, -1) : "";
+
+// An element; properties are attributes, functions its listeners.
+function make(tag, properties, ...children) {
+  const element = document.createElement(tag);
+  for (const [name, value] of Object.entries(properties ?? {})) {
+    if (typeof value === "function") element.addEventListener(name, value);
+    else if (value === true) element.setAttribute(name, "");
+    else if (value !== false && value != null) element.setAttribute(name, value);
+  }
+  element.append(...children.flat().filter(child => child != null && child !== false));
+  return element;
+}
+const badge = sign => sign && make("span", {class: "mark", "data-mark": sign},
+  make("span", {"aria-hidden": "true"}, sign === "-" ? "−" : sign), make("span", {class: "unseen"}, words[sign]));
+
+// ---- The state at a step -------------------------------------------------------------------------------------
+
+const parts = ["registry", "files", "launchers", "shortcuts"];
+const states = [];
+
+function stateAt(index) {
+  if (index < 0) return Object.fromEntries([...parts.map(part => [part, new Map()]), ["catalogue", []]]);
+  if (states[index]) return states[index];
+  const before = stateAt(index - 1), here = steps[index], state = {catalogue: here.catalogue ?? before.catalogue};
+  for (const part of parts) {
+    state[part] = new Map(before[part]);
+    for (const [path, now] of here[part]) now === null ? state[part].delete(path) : state[part].set(path, now);
+  }
+  return states[index] = indexed(state);
+}
+
+// Whose entries are whose: by the names of keys and values, by the launcher that a command starts, and what such
+// a claim or scheme consists of.
+function indexed(state) {
+  const own = new Map(), claims = new Map(), offers = new Map(), progIds = new Map();
+  const give = (app, path) => (own.get(app) ?? own.set(app, new Set()).get(app)).add(path);
+  const append = (map, key, item) => (map.get(key) ?? map.set(key, []).get(key)).push(item);
+  for (const [path, data] of state.registry) {
+    for (let name of path.split(/[\\\u0001]/)) {
+      if (name.endsWith(".exe")) name = name.slice(0, -4);
+      if (name.startsWith("Tsrn.Url.")) name = name.slice(9);
+      if (name.endsWith(suffix)) give(name, path);
+    }
+    if (!path.includes(mark)) continue;
+    if (path.startsWith(classes)) {
+      const [head, ...rest] = path.slice(classes.length).split("\\");
+      const starts = textOf(data).startsWith(`"${story.folder}\\`) && textOf(data).match(/^"([^"]*)"/)[1];
+      if (starts && head.endsWith("_auto_file")) claims.set(head, nameOf(starts).slice(0, -4));
+      if (rest[0] === "OpenWithList" && rest[1]?.endsWith(mark)) append(offers, head, rest[1].slice(0, -5));
+      if (rest[0]?.startsWith("OpenWithProgids" + mark)) append(progIds, head, rest[0].split(mark)[1]);
+    }
+  }
+  const schemes = new Map(), capable = new Map();
+  for (const [path] of state.registry) {
+    const associated = path.startsWith(tools) && path.match(/\\([^\\]*)\\Capabilities\\URLAssociations\u0001(.*)$/);
+    if (!associated) continue;
+    append(schemes, associated[2], associated[1]);
+    append(capable, associated[1], associated[2]);
+  }
+  for (const [path] of state.registry) {
+    if (!path.startsWith(classes)) continue;
+    const head = path.slice(classes.length).split(/[\\\u0001]/)[0];
+    const claimed = claims.get(head) ?? (path.includes("OpenWithProgids" + mark) && claims.get(path.split(mark)[1]));
+    if (claimed) give(claimed, path);
+    if (textOf(state.registry.get(classes + head + mark)) === `URL:${head}${suffix}`) {
+      for (const app of schemes.get(head) ?? []) give(app, path);
+    }
+  }
+  const apps = new Map();
+  for (const [path, launcher] of state.launchers) apps.set(nameOf(path).slice(0, -4), {path, ...launcher});
+  return Object.assign(state, {own, claims, offers, progIds, schemes, capable, apps});
+}
+
+// What differs between a step and the one before; the first step is where the story starts from.
+function marksAt(index, part) {
+  const marks = new Map();
+  if (index === 0) return marks;
+  const before = stateAt(index - 1)[part];
+  for (const [path, now] of steps[index][part]) marks.set(path, now === null ? "-" : before.has(path) ? "~" : "+");
+  return marks;
+}
+
+function appMarks(index) {
+  const marks = new Map(), now = stateAt(index), before = index > 0 ? stateAt(index - 1) : now;
+  const entries = marksAt(index, "registry");
+  for (const app of new Set([...before.apps.keys(), ...now.apps.keys()])) {
+    if (!before.apps.has(app)) marks.set(app, "+");
+    else if (!now.apps.has(app)) marks.set(app, "-");
+    else if ([...now.own.get(app) ?? [], ...before.own.get(app) ?? []].some(path => entries.has(path)) ||
+             marksAt(index, "launchers").has(now.apps.get(app).path)) marks.set(app, "~");
+  }
+  return marks;
+}
+
+const listed = (state, app) => state.catalogue.find(each => each.name + suffix === app);
+
+// Why a type or scheme opens as it does: [reason, application or program, words].
+function whoOpensType(state, extension) {
+  const text = textOf(state.registry.get(classes + extension + mark));
+  const claim = extension.slice(1) + "_auto_file", owner = state.claims.get(claim);
+  if (story.foreignTypes.includes(extension)) return ["foreign", null, "a program of the machine"];
+  if (text && text !== claim) return ["foreign", null, text];
+  if (text === claim && owner) return ["default", owner];
+  if (owner && state.progIds.get(extension)?.includes(claim)) return ["claimed", owner];
+  return ["nobody", null, offersOf(state, extension).length ? "the user is asked" : "no application is known"];
+}
+function whoOpensScheme(state, scheme) {
+  const apps = state.schemes.get(scheme) ?? [];
+  if (story.foreignSchemes.includes(scheme)) return ["foreign", null, "a program of the machine"];
+  const declared = textOf(state.registry.get(classes + scheme + mark));
+  if (declared && declared !== `URL:${scheme}${suffix}`) return ["foreign", null, declared];
+  if (apps.length === 1) return ["claimed", apps[0]];
+  return ["nobody", null, apps.length ? "the user is asked" : "no application is known"];
+}
+const offersOf = (state, extension) => (state.offers.get(extension) ?? []).filter(app => state.apps.has(app));
+
+// ---- Parts of the page ---------------------------------------------------------------------------------------
+
+const picture = (icon, alt, size) => make("img", {src: story.icons[icon.icon], alt, width: size ?? icon.size,
+  height: size ?? icon.size});
+function iconOf(app, size) {
+  const launcher = stateAt(step).apps.get(app) ?? stateAt(step - 1).apps.get(app);
+  const icons = [...launcher?.icons ?? []].sort((a, b) => a.size - b.size);
+  const best = icons.find(icon => icon.size >= size) ?? icons.at(-1);
+  return best ? picture(best, "", size) : make("span", {class: "blank", style: `width:${size}px;height:${size}px`});
+}
+const appButton = (app, sign) => make("button", {class: "app", click: () => openCard(app)}, iconOf(app, 16), app,
+  badge(sign));
+const found = (...texts) => {
+  const wanted = byId("filter").value.trim().toLowerCase();
+  return !wanted || texts.some(text => text?.toLowerCase().includes(wanted));
+};
+const nothing = text => make("p", {class: "nothing"}, byId("filter").value.trim() ? "Nothing matches the filter." : text);
+
+function renderSteps() {
+  byId("steps").replaceChildren(...steps.map((each, index) => make("li", {},
+    make("button", {"aria-current": index === step && "step", click: () => go(index)}, make("i"),
+      make("span", {class: "unseen"}, `Step ${index + 1} of ${steps.length}: `), make("span", {}, each.title)))));
+  byId("steps").querySelector("[aria-current]")?.scrollIntoView({block: "nearest", inline: "nearest"});
+  byId("slider").style.setProperty("--steps", steps.length);
+  Object.assign(byId("slider"), {max: steps.length - 1, value: step});
+  byId("slider").setAttribute("aria-valuetext", steps[step].title);
+}
+
+function renderSummary() {
+  const state = stateAt(step), marks = appMarks(step), entries = marksAt(step, "registry");
+  byId("step-title").textContent = steps[step].title;
+  byId("facts").textContent = `Step ${step + 1} of ${steps.length}: ${count(state.apps.size, "application")}, ` +
+    count(state.registry.size, "registry entry", "registry entries");
+  const rows = ["+", "-", "~"].flatMap(sign => {
+    const apps = [...marks].filter(each => each[1] === sign).map(each => each[0]).sort(collate);
+    return apps.length ? [make("dt", {}, badge(sign), `${apps.length} ${words[sign]}`),
+      make("dd", {}, firstOf(apps.map(app => appButton(app))))] : [];
+  });
+  if (entries.size) {
+    const signs = ["+", "-", "~"].map(sign => [sign, [...entries.values()].filter(each => each === sign).length]);
+    rows.push(make("dt", {}, "Registry"), make("dd", {}, signs.filter(each => each[1]).map(([sign, n]) =>
+      make("span", {class: "tally"}, badge(sign), `${number(n)} ${words[sign]}`))));
+  }
+  const host = catalogueChanges(stateAt(step - 1).catalogue, state.catalogue);
+  if (host.length && steps[step].sharing && stateAt(step - 1).catalogue.length) rows.push(make("dt", {}, "On the host"), make("dd", {}, firstOf(host)));
+  byId("changes").replaceChildren(rows.length ? make("dl", {}, rows) : make("p", {class: "nothing"},
+    step === 0 ? "The story begins here." : "Nothing in the guest came, went or changed."));
+}
+
+function firstOf(items) {
+  const most = 12;
+  return [...items.slice(0, most),
+    items.length > most && make("span", {class: "quiet"}, `and ${number(items.length - most)} more`)];
+}
+
+function catalogueChanges(before, now) {
+  const was = new Map(before.map(app => [app.bundleId, app])), is = new Map(now.map(app => [app.bundleId, app]));
+  const lines = [];
+  for (const [id, app] of is) {
+    const old = was.get(id);
+    if (!old) lines.push(["+", app.name]);
+    else if (old.name !== app.name) lines.push(["~", `${old.name} is now ${app.name}`]);
+    else if (JSON.stringify(old) !== JSON.stringify(app)) lines.push(["~", app.name]);
+  }
+  for (const [id, app] of was) if (!is.has(id)) lines.push(["-", app.name]);
+  return lines.map(([sign, text]) => make("span", {class: "tally"}, badge(sign), text));
+}
+
+const views = {
+  menu(state) {
+    const marks = appMarks(step), apps = new Set(state.apps.keys());
+    for (const [app, sign] of marks) if (sign === "-") apps.add(app);
+    const shownApps = [...apps].filter(app => found(app, state.apps.get(app)?.bundleId)).sort(collate);
+    const without = steps[step].sharing ? state.catalogue.filter(app => !state.apps.has(app.name + suffix)) : [];
+    return [
+      shownApps.length ? make("ul", {class: "tiles"}, shownApps.map(app => make("li", {},
+        make("button", {class: "tile", "data-app": app, "data-mark": marks.get(app), click: () => openCard(app)}, iconOf(app, 48),
+          make("span", {}, app), badge(marks.get(app)))))) : nothing("The Start menu shows no application of the host."),
+      without.length > 0 && make("p", {class: "note"}, "Shared by the host, without a launcher: ",
+        without.map(app => app.icons.some(icon => icon.accepted) ? app.name : `${app.name} (no icon that the guest takes)`)
+          .join(", ")),
+    ];
+  },
+
+  opens(state) {
+    const types = new Set([...state.offers.keys(), ...state.progIds.keys()]), schemes = new Set(state.schemes.keys());
+    if (steps[step].sharing) {
+      for (const app of state.catalogue) {
+        for (const type of [...app.documentTypes, ...app.defaultTypes]) types.add("." + type);
+        app.urlSchemes.forEach(scheme => schemes.add(scheme));
+      }
+    }
+    const table = (caption, head, names, offered, opener, label) => {
+      const rows = [...names].sort(collate).map(name => [name, offered(name), opener(name)])
+        .filter(([name, apps, [reason, app, text]]) => found(label(name), reason, app, text, ...apps));
+      return [make("h3", {}, caption), rows.length ? make("table", {},
+        make("thead", {}, make("tr", {}, [head, "Opens with", "Why", "Offered"].map(text => make("th", {scope: "col"}, text)))),
+        make("tbody", {}, rows.map(([name, apps, [reason, app, text]]) => make("tr", {},
+          make("th", {scope: "row"}, label(name)),
+          make("td", {"data-label": "Opens with"}, app ? appButton(app) : make("span", {class: "quiet"}, text)),
+          make("td", {"data-label": "Why"}, make("span", {class: "why", "data-why": reason}, reason)),
+          make("td", {"data-label": "Offered"}, apps.length ? apps.map(each => appButton(each)) : "–"))))) : nothing("None.")];
+    };
+    const every = [...state.apps.keys()].filter(app => listed(state, app)?.anyType);
+    const programs = [...state.registry].filter(([path]) => path.startsWith(registered))
+      .map(([path]) => path.split(mark)[1]).filter(app => found(app, ...state.capable.get(app) ?? [])).sort(collate);
+    return [
+      every.length > 0 && make("p", {class: "note"}, "Offered for every type: ", every.map(app => appButton(app))),
+      table("Files", "Type", types, name => offersOf(state, name), name => whoOpensType(state, name), name => name),
+      table("Addresses", "Scheme", schemes, name => state.schemes.get(name) ?? [], name => whoOpensScheme(state, name),
+        name => name + ":"),
+      make("h3", {}, "Default programs"),
+      programs.length ? make("table", {},
+        make("thead", {}, make("tr", {}, ["Program", "Can open"].map(text => make("th", {scope: "col"}, text)))),
+        make("tbody", {}, programs.map(app => make("tr", {}, make("th", {scope: "row"}, state.apps.has(app) ? appButton(app) : app),
+          make("td", {"data-label": "Can open"}, (state.capable.get(app) ?? []).join(", ") || "–"))))) : nothing("None is registered."),
+    ];
+  },
+
+  registry(state) {
+    const marks = marksAt(step, "registry"), before = step > 0 ? stateAt(step - 1).registry : new Map();
+    const entries = [...state.registry, ...[...marks].filter(each => each[1] === "-").map(([path]) => [path, before.get(path)])]
+      .filter(([path, data]) => (!onlyChanges || marks.has(path)) && found(path.replace(mark, "\\"), data));
+    const root = {children: new Map(), values: []};
+    for (const [path, data] of entries) {
+      const [key, value] = path.split(mark);
+      let node = root;
+      const changed = marks.has(path) ? 1 : 0;
+      for (const name of key.split("\\")) {
+        const id = name.toLowerCase();
+        if (!node.children.has(id)) node.children.set(id, {name, children: new Map(), values: [], changed: 0});
+        node = node.children.get(id);
+        node.changed += changed;
+      }
+      if (value === undefined) node.mark = marks.get(path);
+      else node.values.push({name: value || "(default)", data, old: before.get(path), mark: marks.get(path)});
+    }
+    const searching = byId("filter").value.trim() !== "" && entries.length < 400;
+    const few = [...marks.keys()].length < 400;
+    return [
+      make("label", {class: "choice"}, make("input", {type: "checkbox", checked: onlyChanges, change: event => {
+        onlyChanges = event.target.checked;
+        render();
+      }}), `Only what this step changed (${number(marks.size)})`),
+      entries.length ? make("div", {class: "tree"}, branches(root, 0, node => searching || (few && node.changed > 0)))
+        : nothing("Nothing."),
+    ];
+  },
+
+  talk() {
+    const all = steps.flatMap((each, index) => wholeTalk || index === step ? each.conversation : []);
+    const talk = all.filter(each => found(each.code, each.direction, ...each.items.flat()));
+    return [
+      make("label", {class: "choice"}, make("input", {type: "checkbox", checked: wholeTalk, change: event => {
+        wholeTalk = event.target.checked;
+        render();
+      }}), `All steps (${number(steps.reduce((sum, each) => sum + each.conversation.length, 0))})`),
+      talk.length ? make("ol", {class: "talk"}, talk.map(each => make("li", {}, lazy(make("summary", {},
+        make("span", {class: "time"}, `${each.ms.toFixed(1)} ms`),
+        make("span", {class: "way", "data-way": each.direction}, {command: "host ⇢ guest", request: "guest → host",
+          reply: "guest ← host"}[each.direction]),
+        make("b", {}, each.code), make("span", {class: "gist"}, gist(each)),
+        make("span", {class: "size"}, `${number(each.size)} bytes`)),
+      () => [make("dl", {class: "fields"}, [["step", each.step], ["direction", each.direction], ["result", each.result],
+        ["status", each.status], ...(each.fault ? [["fault", each.fault]] : []), ...each.items]
+        .flatMap(([name, value]) => [make("dt", {}, name), make("dd", {}, String(value))]))], false))))
+        : nothing("Nothing was said in this step."),
+    ];
+  },
+};
+
+function gist(each) {
+  if (each.fault) return each.fault;
+  if (each.result || each.status) return each.result ? `refused, result ${each.result}` : `failed, status ${each.status}`;
+  if (each.direction !== "reply") return each.items.filter(item => item[0] !== "room").map(item => item[1]).join(", ");
+  const values = name => each.items.filter(item => item[0] === name).map(item => item[1]);
+  if (each.code === "list") return count(values("bundleId").length, "application");
+  if (each.code === "icons") return values("icon").map(icon => icon.split(",")[0]).join(", ");
+  return [["types", "documentType"], ["defaults", "defaultType"], ["schemes", "urlScheme"]]
+    .filter(([, name]) => values(name).length).map(([plural, name]) => `${plural} ${values(name).join(", ")}`)
+    .concat(values("anyType").includes("1") ? "any type" : []).join("; ") || "nothing";
+}
+
+// A disclosure whose content is made when it is first opened.
+function lazy(summary, content, open) {
+  const details = make("details", {open}, summary);
+  const fill = () => details.open && details.childElementCount === 1 && details.append(...content());
+  details.addEventListener("toggle", fill);
+  fill();
+  return details;
+}
+
+function branches(node, depth, opens) {
+  const valueRow = each => make("li", {class: "value", "data-mark": each.mark}, badge(each.mark),
+    make("span", {class: "name"}, each.name), shownData(each));
+  const keyRow = child => {
+    let name = child.name, inner = child;
+    while (inner.children.size === 1 && inner.values.length === 0) {  // a chain of keys takes one line
+      inner = inner.children.values().next().value;
+      name += "\\" + inner.name;
+    }
+    const title = [badge(inner.mark), make("span", {class: "name"}, name),
+      inner.changed > 0 && !inner.mark && make("span", {class: "count", title: "changes below"}, number(inner.changed))];
+    const empty = inner.children.size + inner.values.length === 0;
+    return make("li", {"data-mark": inner.mark}, empty ? make("span", {class: "leaf"}, title)
+      : lazy(make("summary", {}, title), () => [branches(inner, depth + 1, opens)], depth < 1 || opens(inner)));
+  };
+  return make("ul", {}, node.values.sort((a, b) => collate(a.name, b.name)).map(valueRow),
+    [...node.children.values()].sort((a, b) => collate(a.name, b.name)).map(keyRow));
+}
+function shownData({data, old, mark: sign}) {
+  const readable = text => text.startsWith('"') ? text.slice(1, -1) || "(empty)" : text;
+  return make("span", {class: "data"}, sign === "~" && make("del", {}, readable(old)), sign === "~" && " ", readable(data));
+}
+
+// ---- An application's card -----------------------------------------------------------------------------------
+
+function openCard(app) {
+  shown = app;
+  renderCard();
+  if (!byId("card").open) byId("card").showModal();
+}
+
+function renderCard() {
+  const now = stateAt(step), before = stateAt(Math.max(step - 1, 0)), gone = !now.apps.has(shown);
+  const state = gone && before.apps.has(shown) ? before : now, launcher = state.apps.get(shown);
+  const close = make("button", {class: "close", "aria-label": "Close", click: () => byId("card").close()}, "×");
+  const head = make("header", {}, iconOf(shown, 48), make("div", {}, make("h2", {id: "card-title"}, shown),
+    make("p", {class: "quiet"}, launcher?.bundleId ?? "not in the guest at this step")), badge(appMarks(step).get(shown)), close);
+  if (!launcher) return byId("card").replaceChildren(head);
+  const shared = steps.slice(0, step + 1).map((_, index) => listed(stateAt(index), shown)).findLast(Boolean);
+  const link = [...state.shortcuts].find(([path]) => nameOf(path) === shown + ".lnk");
+  const marks = marksAt(step, "registry"), own = [...new Set([...now.own.get(shown) ?? [], ...before.own.get(shown) ?? []])]
+    .filter(path => path.includes(mark) || marks.has(path)).sort(collate);
+  const list = rows => make("dl", {class: "fields"}, rows.flatMap(([name, value]) => [make("dt", {}, name), make("dd", {}, value)]));
+  byId("card").replaceChildren(head,
+    make("h3", {}, "Icons"), make("ul", {class: "icons"}, iconPairs(launcher, shared)),
+    make("h3", {}, "Version information"), list(Object.entries(launcher.version)
+      .filter(([key, value]) => value && !/^(VS_|Translation)/.test(key))),
+    make("h3", {}, "Shortcut"), link ? list([["File", link[0]], ["Target", link[1].target], ["Description", link[1].description]])
+      : make("p", {class: "nothing"}, "There is none."),
+    make("h3", {}, "Launcher"), list([["File", launcher.path], ["Name", launcher.name], ["Content", state.files.get(launcher.path) ?? ""]]),
+    make("h3", {}, `Registry entries of its own (${own.length})`), make("ul", {class: "entries"}, own.map(path => {
+      const [key, value] = path.split(mark), sign = marks.get(path);
+      const data = now.registry.get(path) ?? before.registry.get(path) ?? "";
+      return make("li", {"data-mark": sign}, badge(sign), make("span", {class: "key"}, key),
+        value !== undefined && make("span", {class: "name"}, value || "(default)"),
+        value !== undefined && shownData({data, old: before.registry.get(path) ?? "", mark: sign}));
+    })));
+}
+
+// Each size as it is in the launcher and as the catalogue has it, and whether they are the same picture.
+function iconPairs(launcher, shared) {
+  const sizes = new Set([...launcher.icons, ...shared?.icons ?? []].map(icon => icon.size));
+  return [...sizes].sort((a, b) => a - b).map(size => {
+    const is = launcher.icons.find(icon => icon.size === size), asked = shared?.icons.find(icon => icon.size === size);
+    const verdict = !asked ? "not in the catalogue" : is ? (is.icon === asked.icon ? "the same" : "different")
+      : asked.accepted ? "missing in the launcher" : "refused: not 32 bits";
+    const one = (icon, text) => make("div", {}, icon ? picture(icon, `${size} pixels, ${text}`) : make("span", {class: "blank"}, "–"),
+      make("span", {}, text));
+    return make("li", {}, make("h4", {}, `${size} × ${size}`), make("div", {class: "pair"}, one(is, "launcher"), one(asked, "catalogue")),
+      make("p", {class: "why", "data-why": verdict === "the same" ? "claimed" : "foreign"}, verdict));
+  });
+}
+
+// ---- Going about ---------------------------------------------------------------------------------------------
+
+function render() {
+  const active = document.activeElement, app = active?.dataset.app;
+  const focused = app ? `[data-app="${CSS.escape(app)}"]` : active?.type === "checkbox" && "input";
+  for (const button of document.querySelectorAll("[data-view]")) {
+    button.setAttribute("aria-pressed", String(button.dataset.view === view));
+    byId(button.dataset.view).hidden = button.dataset.view !== view;
+  }
+  byId(view).replaceChildren(...views[view](stateAt(step)).flat().filter(Boolean));
+  if (focused) byId(view).querySelector(focused)?.focus();
+}
+function go(index) {
+  step = Math.min(Math.max(index, 0), steps.length - 1);
+  const hadFocus = document.activeElement?.closest("#steps");
+  renderSteps();
+  if (hadFocus) byId("steps").querySelector("[aria-current]").focus();
+  renderSummary();
+  render();
+  if (byId("card").open) renderCard();
+}
+
+document.addEventListener("keydown", event => {
+  const moves = {ArrowLeft: step - 1, ArrowRight: step + 1}[event.key];
+  if (moves === undefined || event.altKey || event.ctrlKey || event.metaKey || event.target.type === "search") return;
+  event.preventDefault();
+  go(moves);
+});
+byId("slider").addEventListener("input", event => go(Number(event.target.value)));
+byId("filter").addEventListener("input", render);
+byId("card").addEventListener("click", event => event.target === byId("card") && byId("card").close());
+for (const button of document.querySelectorAll("[data-view]")) {
+  button.addEventListener("click", () => {
+    view = button.dataset.view;
+    render();
+  });
+}
+if (steps.length > 0) go(Math.max(steps.findIndex(each => each.sharing), 0));

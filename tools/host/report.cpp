@@ -1,0 +1,165 @@
+// What the page is told: of each step only what it changed, of equal pictures one.
+#include "host/report.h"
+
+#include <algorithm>
+#include <functional>
+#include <span>
+#include <stdexcept>
+#include <string_view>
+#include <utility>
+
+#include "host/difference.h"
+#include "host/launcher_view.h"
+#include "host/pictures.h"
+#include "host/text.h"
+
+namespace host {
+
+extern const std::string_view page;  // made of the three files of `page` when the tool is built
+
+namespace {
+
+using nlohmann::json;
+
+std::string Base64(std::string_view bytes) {
+  constexpr std::string_view digits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  std::string text;
+  for (std::size_t at = 0; at < bytes.size(); at += 3) {
+    std::uint32_t group = 0;
+    for (std::size_t i = 0; i < 3; ++i) {
+      group = group << 8 | (at + i < bytes.size() ? static_cast<unsigned char>(bytes[at + i]) : 0);
+    }
+    for (std::size_t i = 0; i < 4; ++i) {
+      text += at + i <= bytes.size() ? digits[group >> (18 - 6 * i) & 63] : '=';
+    }
+  }
+  return text;
+}
+
+std::string Part(const Bytes& bytes, std::size_t from, std::size_t to) {
+  return from < to ? std::string(reinterpret_cast<const char*>(bytes.data()) + from, to - from) : "";
+}
+
+// Of the mask behind an icon's pixels, for which its header counts the height twice; 0 without a header.
+std::size_t MaskSize(const Bytes& image) {
+  if (image.size() < 40) return 0;
+  const std::size_t size = (std::size_t{GetU32(image, 4)} + 31) / 32 * 4 * (GetU32(image, 8) / 2);
+  return std::min(size, image.size());
+}
+
+json TextsOf(const std::vector<std::string>& texts, std::set<std::string>& met, const char* before = "") {
+  for (const std::string& text : texts) met.insert(before + text);
+  return texts;
+}
+
+}  // namespace
+
+void Report::Hear(const Exchange& exchange) {
+  talk_.push_back(Described(exchange));
+}
+
+void Report::AddStep(const std::string& title, const Snapshot& guest, const Catalogue& shared) {
+  json step = {{"title", title},
+               {"sharing", !guest.launchers.empty()},
+               {"registry", json::array()},
+               {"files", json::array()},
+               {"launchers", json::array()},
+               {"shortcuts", json::array()},
+               {"conversation", std::exchange(talk_, json::array())}};
+  if (json catalogue = CatalogueOf(shared); catalogue != shared_)
+    step["catalogue"] = shared_ = std::move(catalogue);
+  const auto shown = [](const std::string* data) { return data ? json(*data) : json(); };
+  const std::string extensions = classesKey + "\\.";
+  ForEachDifference(
+      last_.registry, guest.registry,
+      [&](const std::string& path, const std::string*, const std::string* now) {
+        step["registry"].push_back({path, shown(now)});
+        if (path.starts_with(extensions)) {
+          const std::size_t start = classesKey.size() + 1, end = path.find_first_of({'\\', valueMark}, start);
+          types_.insert(path.substr(start, end == std::string::npos ? end : end - start));
+        }
+      });
+  ForEachDifference(
+      last_.files, guest.files, [&](const std::string& path, const std::string*, const std::string* now) {
+        step["files"].push_back({path, shown(now)});
+        if (guest.launchers.contains(path) || last_.launchers.contains(path)) {
+          step["launchers"].push_back({path, now ? LauncherOf(path) : json()});
+        } else if (path.ends_with(".lnk")) {
+          const auto shortcut = now ? ReadShortcut(path) : std::nullopt;
+          step["shortcuts"].push_back(
+              {path, shortcut ? json{{"target", shortcut->target}, {"description", shortcut->description}}
+                              : json()});
+        }
+      });
+  steps_.push_back(std::move(step));
+  last_ = guest;
+}
+
+json Report::CatalogueOf(const Catalogue& catalogue) {
+  json applications = json::array();
+  for (const Application& app : catalogue.applications()) {
+    json icons = json::array();
+    for (const Icon& icon : app.icons) {
+      icons.push_back({{"size", icon.size},
+                       {"accepted", icon.accepted},
+                       {"icon", Keep(Part(icon.bmp, 54, icon.bmp.size()), [&] { return PngOf(icon); })}});
+    }
+    applications.push_back({{"bundleId", app.bundleId},
+                            {"name", app.name},
+                            {"documentTypes", TextsOf(app.documentTypes, types_, ".")},
+                            {"defaultTypes", TextsOf(app.defaultTypes, types_, ".")},
+                            {"anyType", app.anyType},
+                            {"urlSchemes", TextsOf(app.urlSchemes, schemes_)},
+                            {"icons", icons}});
+  }
+  return applications;
+}
+
+json Report::LauncherOf(const std::string& path) {
+  const LauncherFile launcher = ReadLauncherFile(path);
+  json icons = json::array();
+  for (const LauncherIcon& icon : launcher.icons) {
+    const std::size_t mask = MaskSize(icon.image);
+    icons.push_back(
+        {{"size", icon.size()},
+         {"icon", Keep(Part(icon.image, 40, icon.image.size() - mask), [&] { return PngOf(icon); })}});
+  }
+  return {{"bundleId", launcher.bundleId},
+          {"name", launcher.name},
+          {"version", launcher.version},
+          {"icons", icons}};
+}
+
+// A picture's name among the icons, each of which is encoded once; empty when it cannot be.
+std::string Report::Keep(const std::string& pixels, const std::function<std::string()>& png) try {
+  std::string name = std::to_string(pixels.size()) + "-" + std::to_string(std::hash<std::string>()(pixels));
+  if (!icons_.contains(name)) icons_[name] = "data:image/png;base64," + Base64(png());
+  return name;
+} catch (const std::runtime_error&) {
+  return "";
+}
+
+void Report::Write(const std::filesystem::path& file) const {
+  const Surroundings around = LookAround();
+  json story = {{"folder", around.launcherFolder},
+                {"foreignTypes", json::array()},
+                {"foreignSchemes", json::array()},
+                {"icons", icons_},
+                {"steps", steps_}};
+  for (const std::string& type : types_) {
+    if (around.machineAssociates(type)) story["foreignTypes"].push_back(type);
+  }
+  for (const std::string& scheme : schemes_) {
+    if (around.machineDeclares(scheme)) story["foreignSchemes"].push_back(scheme);
+  }
+  std::string data = story.dump(-1, ' ', false, json::error_handler_t::replace);
+  for (auto at = data.find('<'); at != std::string::npos; at = data.find('<', at)) {
+    data.replace(at, 1, "\\u003c");  // nothing in a text may end the element that holds the data
+  }
+  const std::string_view place = R"({"steps": []})";
+  std::string text(page);
+  text.replace(text.find(place), place.size(), data);
+  WriteFileWhole(file, text);
+}
+
+}  // namespace host
