@@ -6,21 +6,28 @@
 
 #include "host/pictures.h"
 #include "host/prepare.h"
+#include "host/replay.h"
 #include "host/report.h"
 #include "host/shell.h"
 #include "host/system.h"
 #include "host/text.h"
+#include "host/trace.h"
 
 namespace host {
 namespace {
 
 struct PlayOptions : GuestOptions {
-  std::string module, report;
+  std::string module, report, trace;
   double seconds = 30;
   StoryOptions story;
 
   void AddTo(CLI::App& command) {
     AddCatalogue(command, true);
+    command.add_option("--trace", trace, "File for a recording of what host and guest say to each other");
+    AddModule(command);
+  }
+
+  void AddModule(CLI::App& command) {
     AddGuest(command);
     command.add_option("--module", module, "The module's library (default: the one beside this tool)");
     command.add_option("--timeout", seconds, "Seconds that the guest may take without a sign of life")
@@ -54,6 +61,55 @@ int Play(const PlayOptions& options, const std::function<int()>& play) {
   return status;
 }
 
+// Plays, with a recording where one is wished for.
+int PlayRecorded(const PlayOptions& options, const std::function<int(const Conversation::Listener&)>& play) {
+  if (options.trace.empty()) return play({});
+  Recorder recorder(PathOf(options.trace));
+  const int status = play([&](const Exchange& exchange) { recorder.Hear(exchange); });
+  recorder.Finish();
+  return status;
+}
+
+struct TraceOptions : PlayOptions {
+  std::string file, application, code;
+};
+
+int ShowTrace(const TraceOptions& options) {
+  const Trace recorded = ReadTrace(PathOf(options.file));
+  const bool any = PrintTrace(std::cout, recorded, options.application, options.code);
+  if (!recorded.fault.empty()) throw std::runtime_error(recorded.fault);
+  if (!any) throw std::runtime_error(options.file + ": holds nothing of that");
+  return 0;
+}
+
+int ReplayTrace(const TraceOptions& options) {
+  const Trace recorded = ReadTrace(PathOf(options.file));
+  if (!recorded.fault.empty()) throw std::runtime_error(recorded.fault);
+  const std::filesystem::path guest = PathOf(options.guest);
+  if (exists(guest) && !is_empty(guest))
+    throw std::runtime_error(options.guest + ": the guest must be a new one");
+  return Play(options, [&] {
+    const bool same = Replay(std::cout, recorded, options.Session());
+    std::cout << (same ? "\nThe guest came out the same\n" : "\nThe guest came out different\n");
+    return same ? 0 : 1;
+  });
+}
+
+void AddTraceCommands(CLI::App& tool, Action& action) {
+  const auto options = std::make_shared<TraceOptions>();
+  const auto add = [&](const char* name, const char* help, int (*run)(const TraceOptions&)) -> CLI::App& {
+    CLI::App& command = *tool.add_subcommand(name, help);
+    command.add_option("recording", options->file, "File that --trace has written")->required();
+    command.callback([options, run, &action] { action = [options, run] { return run(*options); }; });
+    return command;
+  };
+  CLI::App& trace = add("trace", "Show a recording", ShowTrace);
+  trace.add_option("--app", options->application, "Only what concerns this application, by name or bundleId");
+  trace.add_option("--code", options->code,
+                   "Only this code: announce, sharing, list, icons, details or a number");
+  options->AddModule(add("replay", "Play a recording's host once more, against a new guest", ReplayTrace));
+}
+
 }  // namespace
 
 void GuestOptions::AddCatalogue(CLI::App& command, bool required) {
@@ -76,20 +132,25 @@ void AddPlayCommands(CLI::App& tool, Action& action) {
   run.callback([options, &action] {
     action = [options] {
       const Catalogue catalogue = Catalogue::Load(PathOf(options->catalogue));
-      return Play(*options, [&] {
+      const auto tell = [&](const Conversation::Listener& listen) {
         Report report;
         StoryOptions story = options->story;
+        story.listen = listen;
         if (!options->report.empty()) {
           story.watch = [&](const std::string& step, const Catalogue& shared, const Snapshot& guest) {
             report.AddStep(step, guest, shared);
           };
-          story.listen = [&](const Exchange& exchange) { report.Hear(exchange); };
+          story.listen = [&](const Exchange& exchange) {
+            report.Hear(exchange);
+            if (listen) listen(exchange);
+          };
         }
         const Catalogue last = TellStory(catalogue, options->Session(), story);
         if (!options->report.empty()) report.Write(PathOf(options->report));
         if (const std::filesystem::path kept = GuestCatalogue(); !kept.empty()) SaveCatalogue(last, kept);
         return 0;
-      });
+      };
+      return Play(*options, [&] { return PlayRecorded(*options, tell); });
     };
   });
 
@@ -100,7 +161,10 @@ void AddPlayCommands(CLI::App& tool, Action& action) {
       const bool interactive = OpenConsole();
       const std::filesystem::path folder = PathOf(options->catalogue);
       const Catalogue catalogue = Catalogue::Load(folder);
-      return Play(*options, [&] { return RunShell(catalogue, folder, options->Session(), interactive); });
+      const auto play = [&](const Conversation::Listener& listen) {
+        return RunShell(catalogue, folder, options->Session(), interactive, listen);
+      };
+      return Play(*options, [&] { return PlayRecorded(*options, play); });
     };
   });
 
@@ -113,6 +177,8 @@ void AddPlayCommands(CLI::App& tool, Action& action) {
       return 0;
     };
   });
+
+  AddTraceCommands(tool, action);
 }
 
 }  // namespace host

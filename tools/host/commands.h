@@ -14,7 +14,7 @@ namespace host {
 
 using Action = std::function<int()>;
 
-void AddPlayCommands(CLI::App& tool, Action& action);   // run, shell, check: the host is played
+void AddPlayCommands(CLI::App& tool, Action& action);  // run, shell, replay, trace, check: the host is played
 void AddGuestCommands(CLI::App& tool, Action& action);  // verify, export, report, ...: a guest is looked at
 
 // What several commands take.

@@ -36,15 +36,11 @@ Launcher ReadLauncher(const std::string& path) {
   return launcher;
 }
 
-// Size and FNV-1a hash of a file's bytes.
+// Size and digest of a file's bytes.
 std::string DescribeFile(const std::string& path) {
   const std::optional<std::string> bytes = ReadGuestFile(path);
   if (!bytes) return "unreadable";
-  std::uint32_t hash = 2166136261u;
-  for (const char c : *bytes) hash = (hash ^ static_cast<unsigned char>(c)) * 16777619u;
-  char text[16];
-  std::snprintf(text, sizeof text, "%08x", static_cast<unsigned>(hash));
-  return WithThousands(bytes->size()) + " bytes, #" + text;
+  return WithThousands(bytes->size()) + " bytes, #" + Digest(*bytes);
 }
 
 void AddFolder(const std::string& folder, bool launchers, Snapshot& snapshot) {

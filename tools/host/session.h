@@ -49,6 +49,7 @@ class Session {
   Requests On();
   Requests Off();
   void Announce();  // asks the guest to announce itself and waits until it has
+  Requests Command(const char* what, std::span<const std::byte> envelope);  // any, named for messages
   void Stop();
 
   bool stuck() const { return stuck_; }
@@ -58,7 +59,6 @@ class Session {
 
  private:
   Reply Answer(std::span<const std::byte> envelope);
-  Requests Command(const char* what, std::span<const std::byte> envelope);
   void WaitIdle(const char* what);
   void WaitAnnounced();
   std::int32_t WithinLimit(const char* what, std::function<std::int32_t()> call);

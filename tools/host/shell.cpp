@@ -55,13 +55,16 @@ std::string Joined(const std::vector<std::string>& items) {
 
 class Shell {
  public:
-  Shell(const Catalogue& catalogue, const std::filesystem::path& folder, const SessionOptions& options)
+  Shell(const Catalogue& catalogue, const std::filesystem::path& folder, const SessionOptions& options,
+        const Conversation::Listener& listen)
       : catalogue_(catalogue),
         folder_(folder),
         session_(options.module, options.limit),
         model_(TakeSnapshot(), LookAround()),
         seen_(TakeSnapshot()) {
     if (!catalogue.applications().empty()) icons_ = catalogue.applications()[0].icons;
+    if (listen) session_.conversation().Listen(listen);
+    session_.conversation().BeginStep("start");
     session_.Start();
   }
 
@@ -81,6 +84,7 @@ class Shell {
     throw std::runtime_error("unknown command \"" + words[0] + "\"; try help");
   }
 
+  void BeginStep(const std::string& line) { session_.conversation().BeginStep(line); }
   void Stop() { session_.Stop(); }
   bool stuck() const { return session_.stuck(); }
 
@@ -226,14 +230,15 @@ class Shell {
 }  // namespace
 
 int RunShell(const Catalogue& catalogue, const std::filesystem::path& folder, const SessionOptions& options,
-             bool interactive) {
-  Shell shell(catalogue, folder, options);
+             bool interactive, const Conversation::Listener& listen) {
+  Shell shell(catalogue, folder, options, listen);
   if (interactive) std::cout << "The module runs and has announced itself. Type help for the commands.\n";
   int status = 0;
   for (std::string line; std::cout << "> " << std::flush, !Interrupted() && std::getline(std::cin, line);) {
     if (!interactive) std::cout << line << "\n";
     if (line.starts_with("#")) continue;
     try {
+      shell.BeginStep(line);
       if (!shell.Run(Split(line))) break;
     } catch (const std::runtime_error& failure) {
       SaveGuest();

@@ -11,6 +11,6 @@ namespace host {
 
 // `folder` is the catalogue's, for icons that `add` names. Returns the exit status.
 int RunShell(const Catalogue& catalogue, const std::filesystem::path& folder, const SessionOptions& options,
-             bool interactive);
+             bool interactive, const Conversation::Listener& listen);
 
 }  // namespace host

@@ -2,6 +2,7 @@
 #include "host/text.h"
 
 #include <algorithm>
+#include <cstdio>
 
 namespace host {
 namespace {
@@ -45,6 +46,14 @@ bool EqualNoCase(std::string_view a, std::string_view b) {
 bool PathLess::operator()(std::string_view a, std::string_view b) const {
   return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end(),
                                       [](char x, char y) { return Rank(x) < Rank(y); });
+}
+
+std::string Digest(std::string_view bytes) {
+  std::uint32_t hash = 2166136261u;
+  for (const char c : bytes) hash = (hash ^ static_cast<unsigned char>(c)) * 16777619u;
+  char text[16];
+  std::snprintf(text, sizeof text, "%08x", static_cast<unsigned>(hash));
+  return text;
 }
 
 std::string WithThousands(std::uint64_t number) {

@@ -23,6 +23,7 @@ struct PathLess {
   bool operator()(std::string_view a, std::string_view b) const;
 };
 
+std::string Digest(std::string_view bytes);       // FNV-1a, 32 bits, as 8 hexadecimal digits
 std::string WithThousands(std::uint64_t number);  // 12345 as "12,345"
 std::string PathText(const std::filesystem::path& path);
 std::filesystem::path PathOf(std::string_view utf8);
