@@ -18,19 +18,40 @@ namespace {
 
 using Names = std::vector<WideString>;
 
+// The launchers' file names, in the order of their keys and once more for look-ups.
+struct Launchers {
+  Names names;
+  std::vector<WideView> sorted;  // by MayComeBefore
+};
+
+// One unit for all that the registry may take for the same letter. It folds case unit by unit, with a table
+// of the system's own, of which this much is sure: within ASCII, a letter's other case; beyond, and for I, K
+// and S, which have further cases there, nothing.
+WCHAR Blurred(WCHAR unit) {
+  if (unit >= TEXT('A') && unit <= TEXT('Z')) unit = static_cast<WCHAR>(unit + 32);
+  const bool unsure = unit >= 0x80 || unit == TEXT('i') || unit == TEXT('k') || unit == TEXT('s');
+  return unsure ? WCHAR{0} : unit;
+}
+
+// An order in which names that the registry may take for one are equal.
+bool MayComeBefore(WideView a, WideView b) {
+  return std::ranges::lexicographical_compare(a, b, {}, Blurred, Blurred);
+}
+
 Key OpenInUserHive(const WCHAR* path) {
   const Key hive = OpenCurrentUser();
   return OpenKey(hive.get(), path);
 }
 
-// Calls `visit` with the name of each subkey of `key` until the enumeration ends, for whatever reason.
+// Calls `visit` with the name of each subkey of `key` until the enumeration ends, for whatever reason. True
+// when it has met all of them.
 template <class Visit>
-void ForEachSubkey(const Key& key, Visit visit) {
+bool ForEachSubkey(const Key& key, Visit visit) {
   WCHAR name[1024];
   for (DWORD index = 0;; ++index) {
     auto length = static_cast<DWORD>(std::size(name));
-    if (RegEnumKeyExW(key.get(), index, name, &length, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS)
-      return;
+    const LSTATUS error = RegEnumKeyExW(key.get(), index, name, &length, nullptr, nullptr, nullptr, nullptr);
+    if (error != ERROR_SUCCESS) return error == ERROR_NO_MORE_ITEMS;
     visit(WideString(name, length));
   }
 }
@@ -53,13 +74,15 @@ void SweepUrlProtocols(WideView suffix) {
 }
 
 // The launchers' application keys, and through their names each application's own entries.
-void SweepApplicationKeys(WideView suffix, Names& launcherFileNames) {
+void SweepApplicationKeys(WideView suffix, Launchers& launchers) {
   const WideString keySuffix = WideString(suffix).append(launcherExtension);
   const Key applications = OpenInUserHive(TEXT("Software\\Classes\\Applications\\"));
   ForEachSubkey(applications, [&](const WideString& name) {
-    if (name.ends_with(keySuffix)) launcherFileNames.push_back(name);
+    if (name.ends_with(keySuffix)) launchers.names.push_back(name);
   });
-  for (const WideString& name : launcherFileNames) {
+  launchers.sorted.assign(launchers.names.begin(), launchers.names.end());
+  std::ranges::sort(launchers.sorted, MayComeBefore);
+  for (const WideString& name : launchers.names) {
     try {
       SHDeleteKeyW(applications.get(), name.c_str());
       const Key hive = OpenCurrentUser();
@@ -72,7 +95,7 @@ void SweepApplicationKeys(WideView suffix, Names& launcherFileNames) {
 }
 
 // ProgIDs that open an extension's files with a launcher: their command starts with the launcher folder,
-// behind its opening quotation mark.
+// behind its opening quotation mark. Their names are sorted in the end.
 void SweepAutoFileProgIds(const WideString& launcherFolder, Names& autoFileProgIds) {
   const Key classes = OpenInUserHive(TEXT("Software\\Classes\\"));
   ForEachSubkey(classes, [&](const WideString& name) {
@@ -88,26 +111,54 @@ void SweepAutoFileProgIds(const WideString& launcherFolder, Names& autoFileProgI
     }
   });
   for (const WideString& name : autoFileProgIds) SHDeleteKeyW(classes.get(), name.c_str());
+  std::ranges::sort(autoFileProgIds);
+}
+
+// The names of the launchers that the subkeys of an extension's `offers` may be. False when not all subkeys
+// could be looked at.
+bool FindOffers(const Key& offers, const Launchers& launchers, Names& found) {
+  try {
+    return ForEachSubkey(offers, [&](const WideString& name) {
+      const auto [first, last] =
+          std::equal_range(launchers.sorted.begin(), launchers.sorted.end(), name, MayComeBefore);
+      if (std::find(first, last, name) != last) {
+        found.push_back(name);
+      } else {
+        found.insert(found.end(), first, last);
+      }
+    });
+  } catch (const std::exception&) {
+    return false;  // out of memory
+  }
+}
+
+// Deletes the launchers' own among an extension's offers; where these cannot be told, asks for every
+// launcher's.
+void DeleteOffers(const Key& offers, const Launchers& launchers) {
+  if (launchers.names.empty()) return;
+  Names found;
+  const bool complete = FindOffers(offers, launchers, found);
+  for (const WideString& name : complete ? found : launchers.names) SHDeleteKeyW(offers.get(), name.c_str());
 }
 
 // The launchers' Open With offers below one extension, and its default when a sweep has just removed that.
-void CleanExtension(const Key& classes, const WideString& extension, const Names& launcherFileNames,
+void CleanExtension(const Key& classes, const WideString& extension, const Launchers& launchers,
                     const Names& autoFileProgIds) {
   const Key offers = OpenKey(classes.get(), extension + TEXT("\\OpenWithList\\"));
-  for (const WideString& name : launcherFileNames) SHDeleteKeyW(offers.get(), name.c_str());
+  DeleteOffers(offers, launchers);
   if (autoFileProgIds.empty()) return;
   const WideString progId = GetStringValue(classes.get(), extension, defaultValue);
-  if (std::find(autoFileProgIds.begin(), autoFileProgIds.end(), progId) != autoFileProgIds.end()) {
+  if (std::ranges::binary_search(autoFileProgIds, progId)) {
     SetStringValue(classes.get(), extension, defaultValue, {});
   }
 }
 
-void SweepExtensionKeys(const Names& launcherFileNames, const Names& autoFileProgIds) {
+void SweepExtensionKeys(const Launchers& launchers, const Names& autoFileProgIds) {
   const Key classes = OpenInUserHive(TEXT("Software\\Classes\\"));
   ForEachSubkey(classes, [&](const WideString& name) {
     if (!name.starts_with(TEXT('.'))) return;
     try {
-      CleanExtension(classes, name, launcherFileNames, autoFileProgIds);
+      CleanExtension(classes, name, launchers, autoFileProgIds);
     } catch (const std::exception&) {
       // An extension without offers, or one that denies access.
     }
@@ -117,10 +168,10 @@ void SweepExtensionKeys(const Names& launcherFileNames, const Names& autoFilePro
 }  // namespace
 
 void WithdrawHostApplications() {
-  Names launcherFileNames;
-  SweepApplicationKeys(launcherSuffix, launcherFileNames);
+  Launchers launchers;
+  SweepApplicationKeys(launcherSuffix, launchers);
   const WideString launcherFolder = LauncherFolder();
   Names autoFileProgIds;
   SweepAutoFileProgIds(launcherFolder, autoFileProgIds);
-  SweepExtensionKeys(launcherFileNames, autoFileProgIds);
+  SweepExtensionKeys(launchers, autoFileProgIds);
 }
