@@ -62,6 +62,13 @@ struct ModuleTraits {
 };
 using UniqueModule = Unique<ModuleTraits>;
 
+struct KeyTraits {
+  using Handle = HKEY;
+  static Handle invalid() { return nullptr; }
+  static void close(Handle key) { RegCloseKey(key); }
+};
+using Key = Unique<KeyTraits>;
+
 // Interfaces: one reference, released at the end.
 template <class Interface>
 struct ComTraits {

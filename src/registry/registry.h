@@ -7,13 +7,6 @@
 #include "common/handles.h"
 #include "common/text.h"
 
-struct KeyTraits {
-  using Handle = HKEY;
-  static Handle invalid() { return nullptr; }
-  static void close(Handle key) { RegCloseKey(key); }
-};
-using Key = Unique<KeyTraits>;
-
 // A key's unnamed value.
 inline const WideString defaultValue;
 

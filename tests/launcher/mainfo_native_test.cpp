@@ -11,7 +11,7 @@
 
 namespace {
 
-const std::string chessKey = "Software\\Classes\\Applications\\Chess (Mac).exe";
+const std::string chessKey = "HKCU\\Software\\Classes\\Applications\\Chess (Mac).exe";
 
 class LauncherFaults : public ModuleTest {
  protected:

@@ -16,7 +16,7 @@ namespace {
 
 constexpr WORD rcData = 10;
 constexpr std::uint32_t getIcons = 103;
-const std::string chessKey = "Software\\Classes\\Applications\\Chess (Mac).exe";
+const std::string chessKey = "HKCU\\Software\\Classes\\Applications\\Chess (Mac).exe";
 
 class LauncherCreation : public ModuleTest {
  protected:
@@ -50,8 +50,8 @@ TEST_F(LauncherCreation, GivesTheTemplateItsIdentity) {
   EXPECT_EQ(
       ResourceChanges(launcher),
       "+3/449/1024 1128\n+10/259/0 12\n+10/260/0 22\n+10/57005/0 14\n+14/448/1024 20\n+16/1/1024 700\n");
-  EXPECT_EQ(ResourceData(launcher, rcData, 260, 0), Utf16Bytes(TEXT("test.Chess")));
-  EXPECT_EQ(ResourceData(launcher, rcData, 259, 0), Utf16Bytes(TEXT("Chess")));
+  EXPECT_EQ(ResourceData(launcher, rcData, 260, 0), host::Utf16Bytes("test.Chess"));
+  EXPECT_EQ(ResourceData(launcher, rcData, 259, 0), host::Utf16Bytes("Chess"));
   EXPECT_EQ(ResourceData(launcher, rcData, 57005, 0), std::string("mice was here\0", 14));
   EXPECT_EQ(hive::Value(chessKey, ""), "\"\"");
   EXPECT_EQ(hive::Value(chessKey + "\\shell\\open\\command", ""),
@@ -62,7 +62,7 @@ TEST_F(LauncherCreation, NamesAreUsedAsTheyCome) {
   const std::string name = "Schach \xE6\xA3\x8B & \xF0\x9F\x8E\xB2.exe";
   Share({TestApplication(name)});
   EXPECT_TRUE(CreateLauncher(folder(), Info(name), true));
-  EXPECT_EQ(ResourceData(Launcher(name), rcData, 259, 0), Utf16Bytes(Utf8ToWide(name)));
+  EXPECT_EQ(ResourceData(Launcher(name), rcData, 259, 0), host::Utf16Bytes(name));
   EXPECT_EQ(Files(), name + " (Mac).exe\n" + name + " (Mac).lnk\n");
 }
 
@@ -102,7 +102,7 @@ TEST_F(LauncherCreation, EveryBuildWritesTheSameBytes) {
 
 TEST_F(LauncherCreation, AValidLauncherIsLeftAlone) {
   CopyTemplate();
-  PutResource(Launcher("Chess"), rcData, 260, 0, Utf16Bytes(TEXT("another.identifier")));
+  PutResource(Launcher("Chess"), rcData, 260, 0, host::Utf16Bytes("another.identifier"));
   const WideString before = Scratch() + TEXT("\\before.exe");
   CopyFileW(Launcher("Chess").c_str(), before.c_str(), FALSE);
   EXPECT_FALSE(CreateLauncher(folder(), Info("Chess"), true));
@@ -110,7 +110,7 @@ TEST_F(LauncherCreation, AValidLauncherIsLeftAlone) {
   EXPECT_EQ(gate().Facts().sends, 0u);
   EXPECT_EQ(Parts(), "launcher ");
   EXPECT_TRUE(CreateLauncher(folder(), Info("Chess"), false));
-  EXPECT_EQ(ResourceData(Launcher("Chess"), rcData, 260, 0), Utf16Bytes(TEXT("test.Chess")));
+  EXPECT_EQ(ResourceData(Launcher("Chess"), rcData, 260, 0), host::Utf16Bytes("test.Chess"));
 }
 
 // The launcher comes with a key and a shortcut, so that its removal shows.

@@ -48,7 +48,7 @@ TEST_F(RegistryNativeTest, LoadingWhatWasSavedChangesNothing) {
 }
 
 TEST_F(RegistryNativeTest, AMalformedTextIsRefusedAtItsLineAndLeavesTheRegistry) {
-  hive::PutText("k", "v", "kept");
+  hive::PutText("HKCU\\k", "v", "kept");
   const std::string before = platform::SaveRegistry();
   for (const std::string line :
        {"\"v\"=\"1", "Windows Registry Editor", "[HKEY_USERS]", "[HKEY_CURRENT_USER\\]",

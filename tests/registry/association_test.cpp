@@ -10,7 +10,7 @@
 
 namespace {
 
-const std::string classes = "Software\\Classes";
+const std::string classes = "HKCU\\Software\\Classes";
 const WideString chess = TEXT("Chess (Mac)");
 
 std::string OpenCommandOf(const std::string& launcher) {

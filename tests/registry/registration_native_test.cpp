@@ -17,8 +17,9 @@ TEST_F(RegistrationFaults, ARefusedKeyEndsItUnlessItsStepIsContained) {
   chess.urlSchemes = {"chess"};
   Share({chess});
   const char *create = "registry: RegCreateKeyEx() failed", *open = "registry: RegOpenKeyExW() failed";
-  const std::string classes = "Software\\Classes\\", tools = "Software\\Tessarine\\Tessarine Tools";
-  const std::string appKey = "Software\\Classes\\Applications\\Chess (Mac).exe";
+  const std::string classes = "HKCU\\Software\\Classes\\",
+                    tools = "HKCU\\Software\\Tessarine\\Tessarine Tools";
+  const std::string appKey = "HKCU\\Software\\Classes\\Applications\\Chess (Mac).exe";
   // In the order of the steps; the last key that an undisturbed run creates is found only behind the
   // contained.
   const struct {
@@ -36,16 +37,16 @@ TEST_F(RegistrationFaults, ARefusedKeyEndsItUnlessItsStepIsContained) {
       {classes + "Tsrn.Url.Chess (Mac)", create},
       {tools + "\\MacApps\\Chess (Mac)\\Capabilities\\URLAssociations", create},
       {classes + "chess", create},
-      {"Software\\RegisteredApplications", create},
+      {"HKCU\\Software\\RegisteredApplications", create},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.denied);
     platform::ResetRegistry();
     InstallTools();
-    platform::DenyKey("HKEY_CURRENT_USER\\" + c.denied, true);
+    platform::DenyKey("HKEY_CURRENT_USER" + c.denied.substr(4), true);
     EXPECT_EQ(Raised([&] { RegisterHostApplication(folder(), Info("Chess"), false); }), c.raised);
-    platform::DenyKey("HKEY_CURRENT_USER\\" + c.denied, false);
-    EXPECT_EQ(hive::Value("Software\\RegisteredApplications", "Chess (Mac)") == "none", *c.raised != 0);
+    platform::DenyKey("HKEY_CURRENT_USER" + c.denied.substr(4), false);
+    EXPECT_EQ(hive::Value("HKCU\\Software\\RegisteredApplications", "Chess (Mac)") == "none", *c.raised != 0);
     EXPECT_EQ(hive::Has(tools + "\\MacApps"),
               *c.raised == 0 || &c >= std::end(cases) - 3);  // schemes come after it in order
   }

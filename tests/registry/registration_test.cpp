@@ -15,11 +15,11 @@ namespace {
 
 constexpr std::uint32_t getDetails = 104;
 constexpr std::uint32_t documentType = 3, flag = 4, defaultType = 5, scheme = 6;
-const std::string classes = "Software\\Classes\\";
-const std::string appKey = "Software\\Classes\\Applications\\Chess (Mac).exe";
-const std::string tools = "Software\\Tessarine\\Tessarine Tools";
-const std::string registered = "Software\\RegisteredApplications";
-const std::string urlKey = "Software\\Classes\\Tsrn.Url.Chess (Mac)";
+const std::string classes = "HKCU\\Software\\Classes\\";
+const std::string appKey = "HKCU\\Software\\Classes\\Applications\\Chess (Mac).exe";
+const std::string tools = "HKCU\\Software\\Tessarine\\Tessarine Tools";
+const std::string registered = "HKCU\\Software\\RegisteredApplications";
+const std::string urlKey = "HKCU\\Software\\Classes\\Tsrn.Url.Chess (Mac)";
 const std::string openKeyFailed = "registry: RegOpenKeyExW() failed";
 
 class Registration : public ModuleTest {

@@ -11,8 +11,12 @@
 
 namespace {
 
-const std::string below = "Software\\Classes\\VelomiraTest";
+const std::string below = "HKCU\\Software\\Classes\\VelomiraTest";
 const WideString path = TEXT("Software\\Classes\\VelomiraTest");
+
+std::string BytesOf(const WideString& units) {
+  return {reinterpret_cast<const char*>(units.data()), units.size() * sizeof(WCHAR)};
+}
 
 class RegistryAccess : public GuestTest {};
 
@@ -96,7 +100,7 @@ TEST_F(RegistryAccess, TextIsToldFromOtherValues) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
-    hive::PutUnits(below, "v", c.type, c.units);
+    hive::PutData(below, "v", c.type, BytesOf(c.units));
     WideString text = TEXT("untouched");
     EXPECT_EQ(HasStringValue(HKEY_CURRENT_USER, path, TEXT("v"), &text), c.has);
     EXPECT_EQ(HasStringValue(HKEY_CURRENT_USER, path, TEXT("v")), c.has);
@@ -114,14 +118,14 @@ TEST_F(RegistryAccess, TextIsToldFromOtherValues) {
 }
 
 TEST_F(RegistryAccess, ExpandableTextIsNoPlainTextAndStaysUnexpanded) {
-  hive::PutText(below, "v", "%windir%", REG_EXPAND_SZ);
+  hive::PutData(below, "v", REG_EXPAND_SZ, host::Utf16Bytes("%windir%"));
   const WideString text = GetStringValue(HKEY_CURRENT_USER, path, TEXT("v"));
   EXPECT_EQ(text == TEXT("%windir%"), !Lacks(Gap::ExpandedText));
   EXPECT_EQ(HasStringValue(HKEY_CURRENT_USER, path, TEXT("v")), Lacks(Gap::ExpandedText));
 }
 
 TEST_F(RegistryAccess, ApplicationKeyNamesTheLatestLauncher) {
-  hive::PutText("Software\\Classes\\Applications\\Chess (Mac).exe", "NoOpenWith", "kept");
+  hive::PutText("HKCU\\Software\\Classes\\Applications\\Chess (Mac).exe", "NoOpenWith", "kept");
   RegisterApplication(TEXT("Chess (Mac)"), TEXT("C:\\old\\Chess (Mac).exe"));
   RegisterApplication(TEXT("Chess (Mac)"), TEXT("C:\\new\\Chess (Mac).exe"));
   EXPECT_EQ(hive::Text(),

@@ -7,9 +7,9 @@
 
 namespace {
 
-const std::string classes = "Software\\Classes\\";
-const std::string registered = "Software\\RegisteredApplications";
-const std::string macApps = "Software\\Tessarine\\Tessarine Tools\\MacApps\\";
+const std::string classes = "HKCU\\Software\\Classes\\";
+const std::string registered = "HKCU\\Software\\RegisteredApplications";
+const std::string macApps = "HKCU\\Software\\Tessarine\\Tessarine Tools\\MacApps\\";
 
 class RegistrationRemoval : public GuestTest {
  protected:

@@ -18,11 +18,8 @@ namespace {
 class PlatformGaps : public GuestTest {};
 
 bool UserClassesAreShown() {
-  hive::PutKey("Software\\Classes\\VelomiraGap");
-  HKEY key = nullptr;
-  if (RegOpenKeyExW(HKEY_CLASSES_ROOT, TEXT("VelomiraGap"), 0, KEY_READ, &key) != ERROR_SUCCESS) return false;
-  RegCloseKey(key);
-  return true;
+  hive::PutKey("HKCU\\Software\\Classes\\VelomiraGap");
+  return hive::Has("HKCR\\VelomiraGap");
 }
 
 bool LinkPropertiesComeBack() {
@@ -43,7 +40,7 @@ bool LinkPropertiesComeBack() {
 }
 
 bool ExpandableTextStaysAsItIs() {
-  hive::PutText("Software\\Classes", "VelomiraGap", "%windir%", REG_EXPAND_SZ);
+  hive::PutData("HKCU\\Software\\Classes", "VelomiraGap", REG_EXPAND_SZ, host::Utf16Bytes("%windir%"));
   WCHAR text[64]{};
   DWORD type = REG_NONE, size = sizeof text;
   SHGetValueW(HKEY_CURRENT_USER, TEXT("Software\\Classes"), TEXT("VelomiraGap"), &type, text, &size);

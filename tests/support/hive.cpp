@@ -1,75 +1,41 @@
-// The registry through the platform's calls; reading goes by the snapshot that the host tool takes.
+// The registry of tests, over the host tool's.
 #include "support/hive.h"
 
-#include <gtest/gtest.h>
 #include <shlwapi.h>
+
+#include <stdexcept>
 
 #include "host/guest_view.h"
 
 namespace hive {
-namespace {
 
-constexpr std::string_view root = "HKCU\\";
-
-const std::string machineClasses = "Software\\Classes\\";
-
-void PutMachineText(const std::string& path, const std::string& text) {
-  const auto wide = host::Widen(text);
-  EXPECT_EQ(SHSetValueW(HKEY_LOCAL_MACHINE, host::Widen(machineClasses + path).c_str(), nullptr, REG_SZ,
-                        wide.c_str(), static_cast<DWORD>((wide.size() + 1) * sizeof(WCHAR))),
-            ERROR_SUCCESS);
+void Drop(const std::string& key) {
+  const HKEY root = key.starts_with("HKLM\\") ? HKEY_LOCAL_MACHINE : HKEY_CURRENT_USER;
+  const LSTATUS status = SHDeleteKeyW(root, host::Widen(key.substr(key.find('\\') + 1)).c_str());
+  if (status != ERROR_SUCCESS && status != ERROR_FILE_NOT_FOUND)
+    throw std::runtime_error("registry key cannot be deleted: " + key);
 }
 
-}  // namespace
-
-void PutKey(const std::string& path) {
-  HKEY key = nullptr;
-  ASSERT_EQ(RegCreateKeyExW(HKEY_CURRENT_USER, host::Widen(path).c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE,
-                            KEY_WRITE, nullptr, &key, nullptr),
-            ERROR_SUCCESS)
-      << path;
-  RegCloseKey(key);
+bool Has(const std::string& key) {
+  return static_cast<bool>(host::OpenKey(key));
 }
 
-void PutText(const std::string& path, const std::string& name, const std::string& text, DWORD type) {
-  PutUnits(path, name, type, host::Widen(text) + WCHAR{0});
-}
-
-void PutUnits(const std::string& path, const std::string& name, DWORD type,
-              const std::basic_string<WCHAR>& units) {
-  EXPECT_EQ(SHSetValueW(HKEY_CURRENT_USER, host::Widen(path).c_str(), host::Widen(name).c_str(), type,
-                        units.data(), static_cast<DWORD>(units.size() * sizeof(WCHAR))),
-            ERROR_SUCCESS)
-      << path;
-}
-
-void Drop(const std::string& path) {
-  SHDeleteKeyW(HKEY_CURRENT_USER, host::Widen(path).c_str());
-}
-
-bool Has(const std::string& path) {
-  HKEY key = nullptr;
-  if (RegOpenKeyExW(HKEY_CURRENT_USER, host::Widen(path).c_str(), 0, KEY_READ, &key) != ERROR_SUCCESS)
-    return false;
-  RegCloseKey(key);
-  return true;
-}
-
-std::string Value(const std::string& path, const std::string& name) {
-  const host::Entries entries = host::TakeSnapshot().registry;
-  const auto found = entries.find(host::ValuePath(root.data() + path, name));
+std::string Value(const std::string& key, const std::string& name) {
+  host::Entries entries;
+  host::ReadKeys(key, entries);
+  const auto found = entries.find(host::ValuePath(key, name));
   return found == entries.end() ? "none" : found->second;
 }
 
 std::string Text() {
   std::string text;
-  for (const auto& [path, data] : host::TakeSnapshot().registry) {
-    const std::string below = path.substr(root.size());
-    const std::size_t mark = below.find(host::valueMark);
+  for (const auto& [full, data] : host::TakeSnapshot().registry) {
+    const std::string path = full.substr(full.find('\\') + 1);
+    const std::size_t mark = path.find(host::valueMark);
     if (mark == std::string::npos) {
-      text += "[" + below + "]\n";
+      text += "[" + path + "]\n";
     } else {
-      const std::string name = below.substr(mark + 1);
+      const std::string name = path.substr(mark + 1);
       text += (name.empty() ? "@" : "\"" + name + "\"") + "=" + data + "\n";
     }
   }
@@ -80,16 +46,16 @@ std::string Text() {
 }
 
 MachineAssociation::MachineAssociation(const std::string& extension, bool withCommand)
-    : extension_(extension) {
-  PutMachineText("." + extension_, "VelomiraTest." + extension_);
-  PutMachineText("VelomiraTest." + extension_, "");
-  if (!withCommand) return;
-  PutMachineText("VelomiraTest." + extension_ + "\\shell\\open\\command", "C:\\windows\\notepad.exe \"%1\"");
+    : extensionKey_("HKLM\\Software\\Classes\\." + extension),
+      progIdKey_("HKLM\\Software\\Classes\\VelomiraTest." + extension) {
+  PutText(extensionKey_, "", "VelomiraTest." + extension);
+  PutText(progIdKey_, "", "");
+  if (withCommand) PutText(progIdKey_ + "\\shell\\open\\command", "", "C:\\windows\\notepad.exe \"%1\"");
 }
 
 MachineAssociation::~MachineAssociation() {
-  SHDeleteKeyW(HKEY_LOCAL_MACHINE, host::Widen(machineClasses + "." + extension_).c_str());
-  SHDeleteKeyW(HKEY_LOCAL_MACHINE, host::Widen(machineClasses + "VelomiraTest." + extension_).c_str());
+  Drop(extensionKey_);
+  Drop(progIdKey_);
 }
 
 }  // namespace hive

@@ -1,25 +1,23 @@
-// The current user's registry, arranged and read by tests. Paths lie below HKEY_CURRENT_USER and all text is
-// UTF-8. What is read is spelled as the values are stored: a REG_SZ in quotation marks, other types by name.
+// The guest's registry, arranged and read by tests; keys, values and text as host/registry.h has them. What
+// fails throws std::runtime_error.
 #pragma once
 
-#include <windows.h>
-
-#include <string>
+#include "host/registry.h"
 
 namespace hive {
 
-void PutKey(const std::string& path);
-void PutText(const std::string& path, const std::string& name, const std::string& text, DWORD type = REG_SZ);
-void PutUnits(const std::string& path, const std::string& name, DWORD type,
-              const std::basic_string<WCHAR>& units);
-void Drop(const std::string& path);  // the whole tree; nothing when it is missing
+using host::PutData;
+using host::PutKey;
+using host::PutText;
 
-bool Has(const std::string& path);
-// One value, "none" when it is missing; the empty name is the default value.
-std::string Value(const std::string& path, const std::string& name);
+void Drop(const std::string& key);  // with everything below it; it may be missing
 
-// Everything below the keys that the module writes under, one line a key and a value, with "{folder}" for the
-// launcher folder: equal registries give equal texts.
+bool Has(const std::string& key);
+// One value as it is stored: a REG_SZ in quotation marks, other types by name; "none" when it is missing.
+std::string Value(const std::string& key, const std::string& name);
+
+// Everything below the current user's keys that the module writes under, one line a key (without its root)
+// and a value, with "{folder}" for the launcher folder: equal registries give equal texts.
 std::string Text();
 
 // An association of .{extension} for all users of the machine, for as long as it lives: a ProgID, with an
@@ -32,7 +30,7 @@ class MachineAssociation {
   MachineAssociation& operator=(const MachineAssociation&) = delete;
 
  private:
-  std::string extension_;
+  std::string extensionKey_, progIdKey_;
 };
 
 }  // namespace hive

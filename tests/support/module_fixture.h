@@ -38,6 +38,3 @@ std::string ResourceData(const WideString& path, WORD type, WORD name, WORD lang
 std::string ResourceChanges(const WideString& path, const WideString& base = ModuleTest::TemplateFile());
 // Changes a file's resources from outside the module; empty data deletes.
 void PutResource(const WideString& path, WORD type, WORD name, WORD language, const std::string& data);
-
-// Text as a resource holds it: UTF-16 with its NUL.
-std::string Utf16Bytes(const WideString& text);

@@ -14,7 +14,7 @@
 
 namespace {
 
-const std::string appKey = "Software\\Classes\\Applications\\Chess (Mac).exe";
+const std::string appKey = "HKCU\\Software\\Classes\\Applications\\Chess (Mac).exe";
 
 class ApplicationRemoval : public ModuleTest {
  protected:
@@ -58,7 +58,7 @@ TEST_F(ApplicationRemoval, QuietGoesOnAndLoudStopsWhereItFails) {
        "Chess (Mac).exe\nkey", ""},
       {"no registration", [] { hive::Drop(appKey); }, "registry_removal: can't unregister application",
        "Chess (Mac).exe\n", ""},
-      {"no list of applications", [] { hive::Drop("Software\\RegisteredApplications"); },
+      {"no list of applications", [] { hive::Drop("HKCU\\Software\\RegisteredApplications"); },
        "registry: RegOpenKeyExW() failed", "Chess (Mac).exe\nkey", "key"},
       {"no launcher", [this] { DeleteFileW(Launcher("Chess").c_str()); }, "mainfo: DeleteFileW() failed", "",
        ""},

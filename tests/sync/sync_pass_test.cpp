@@ -33,11 +33,11 @@ TEST_F(SyncPass, FollowsTheHostsList) {
   Share({Application("Go", "sgf"), Application("Igo", "sgf2")});
   EXPECT_EQ(Sync(), "");
   EXPECT_EQ(Files(), "Go (Mac).exe\nGo (Mac).lnk\nIgo (Mac).exe\nIgo (Mac).lnk\n");
-  EXPECT_FALSE(hive::Has("Software\\Classes\\Applications\\Chess (Mac).exe"));
+  EXPECT_FALSE(hive::Has("HKCU\\Software\\Classes\\Applications\\Chess (Mac).exe"));
   Share({});
   EXPECT_EQ(Sync(), "");
   EXPECT_EQ(Files(), "");
-  EXPECT_FALSE(hive::Has("Software\\Classes\\Tsrn.Url.Go (Mac)"));
+  EXPECT_FALSE(hive::Has("HKCU\\Software\\Classes\\Tsrn.Url.Go (Mac)"));
 }
 
 TEST_F(SyncPass, ARenamedApplicationIsBuiltUnderItsNewName) {
@@ -49,10 +49,10 @@ TEST_F(SyncPass, ARenamedApplicationIsBuiltUnderItsNewName) {
     Share({chess});
     EXPECT_EQ(Sync(), "");
     EXPECT_EQ(Files(), std::string(name) + " (Mac).exe\n" + name + " (Mac).lnk\n");
-    EXPECT_EQ(ResourceData(Launcher(name), 10, 259, 0), Utf16Bytes(Utf8ToWide(name)));
-    EXPECT_TRUE(hive::Has(std::string("Software\\Classes\\Tsrn.Url.") + name + " (Mac)"));
+    EXPECT_EQ(ResourceData(Launcher(name), 10, 259, 0), host::Utf16Bytes(name));
+    EXPECT_TRUE(hive::Has(std::string("HKCU\\Software\\Classes\\Tsrn.Url.") + name + " (Mac)"));
   }
-  EXPECT_FALSE(hive::Has("Software\\Classes\\Tsrn.Url.Chess (Mac)"));
+  EXPECT_FALSE(hive::Has("HKCU\\Software\\Classes\\Tsrn.Url.Chess (Mac)"));
 }
 
 TEST_F(SyncPass, AChangedIdentifierOrIconKeepsTheLauncher) {
@@ -67,7 +67,8 @@ TEST_F(SyncPass, AChangedIdentifierOrIconKeepsTheLauncher) {
   Share({chess});
   EXPECT_EQ(Sync(), "");
   EXPECT_EQ(ResourceChanges(Launcher("Chess"), before), "");
-  EXPECT_EQ(hive::Value("Software\\Classes\\Applications\\Chess (Mac).exe\\SupportedTypes", ".fen"), "\"\"");
+  EXPECT_EQ(hive::Value("HKCU\\Software\\Classes\\Applications\\Chess (Mac).exe\\SupportedTypes", ".fen"),
+            "\"\"");
 }
 
 TEST_F(SyncPass, AnApplicationThatFailsIsRemovedAndTheOthersGoOn) {
@@ -79,8 +80,8 @@ TEST_F(SyncPass, AnApplicationThatFailsIsRemovedAndTheOthersGoOn) {
   Share({Application("Chess", "pgn"), go, Application("Shogi", "kif")});
   EXPECT_EQ(Sync(), "");
   EXPECT_EQ(Files(), "Chess (Mac).exe\nChess (Mac).lnk\nShogi (Mac).exe\nShogi (Mac).lnk\n");
-  EXPECT_FALSE(hive::Has("Software\\Classes\\Applications\\Go (Mac).exe"));
-  EXPECT_EQ(hive::Value("Software\\RegisteredApplications", "Go (Mac)"), "none");
+  EXPECT_FALSE(hive::Has("HKCU\\Software\\Classes\\Applications\\Go (Mac).exe"));
+  EXPECT_EQ(hive::Value("HKCU\\Software\\RegisteredApplications", "Go (Mac)"), "none");
 }
 
 TEST_F(SyncPass, ADoubleNameIsBuiltOnce) {
@@ -90,7 +91,7 @@ TEST_F(SyncPass, ADoubleNameIsBuiltOnce) {
   Share({TestApplication("Chess")});
   EXPECT_EQ(Sync(), "");
   EXPECT_EQ(Files(), "Chess (Mac).exe\nChess (Mac).lnk\n");
-  EXPECT_EQ(ResourceData(Launcher("Chess"), 10, 260, 0), Utf16Bytes(TEXT("test.Chess")));
+  EXPECT_EQ(ResourceData(Launcher("Chess"), 10, 260, 0), host::Utf16Bytes("test.Chess"));
   EXPECT_EQ(gate().Facts().sends, 4u);  // list, icons, details twice
 }
 

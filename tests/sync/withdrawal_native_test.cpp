@@ -9,15 +9,15 @@
 
 namespace {
 
-const std::string classes = "Software\\Classes\\";
-const std::string applications = "Software\\Classes\\Applications\\";
+const std::string classes = "HKCU\\Software\\Classes\\";
+const std::string applications = "HKCU\\Software\\Classes\\Applications\\";
 const std::string command = "\\shell\\open\\command";
 
 class WithdrawalFaults : public ModuleTest {
  protected:
   static std::string Withdraw() { return Raised(WithdrawHostApplications); }
   static void Deny(const std::string& path, bool deny) {
-    platform::DenyKey("HKEY_CURRENT_USER\\" + path, deny);
+    platform::DenyKey("HKEY_CURRENT_USER" + path.substr(4), deny);
   }
 
   // An entry for each sweep, and which of them are left.
@@ -51,7 +51,7 @@ TEST_F(WithdrawalFaults, OneEntrysFailureLeavesTheOthersAlone) {
     std::string denied;
     const char* left;
   } cases[] = {
-      {"Software\\None", ""},
+      {"HKCU\\Software\\None", ""},
       {applications + "Chess (Mac).exe", "Chess.key "},
       {classes + "Chess", "Chess.scheme "},
       {classes + "Chess_auto_file", "Chess.progid "},
@@ -59,7 +59,7 @@ TEST_F(WithdrawalFaults, OneEntrysFailureLeavesTheOthersAlone) {
       {classes + ".Chess", "Chess.default "},
       {classes + ".Chess\\OpenWithList", "Chess.default Chess.offer "},
       {classes + ".Chess\\OpenWithList\\Chess (Mac).exe", "Chess.offer "},
-      {"Software\\RegisteredApplications", ""},
+      {"HKCU\\Software\\RegisteredApplications", ""},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.denied);
@@ -78,8 +78,8 @@ TEST_F(WithdrawalFaults, TheHiveThatCannotBeOpenedCountsBySweep) {
   std::string outcomes;
   for (std::size_t n = 1; n <= calls.size(); ++n) {
     if (calls[n - 1] != "RegOpenCurrentUser" && calls[n - 1] != "SHGetSpecialFolderPathW") continue;
-    hive::Drop("Software\\Classes");
-    hive::PutKey("Software\\Classes\\Applications");
+    hive::Drop("HKCU\\Software\\Classes");
+    hive::PutKey("HKCU\\Software\\Classes\\Applications");
     Arrange();
     std::string raised;
     WithFault(n, [&] { raised = Withdraw(); });

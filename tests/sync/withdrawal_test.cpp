@@ -13,9 +13,9 @@
 
 namespace {
 
-const std::string classes = "Software\\Classes\\";
-const std::string applications = "Software\\Classes\\Applications\\";
-const std::string registered = "Software\\RegisteredApplications";
+const std::string classes = "HKCU\\Software\\Classes\\";
+const std::string applications = "HKCU\\Software\\Classes\\Applications\\";
+const std::string registered = "HKCU\\Software\\RegisteredApplications";
 const std::string command = "\\shell\\open\\command";
 
 class Withdrawal : public ModuleTest {
@@ -90,10 +90,10 @@ TEST_F(Withdrawal, UrlProtocolsGoByTheirDescription) {
   for (const auto& c : cases) {
     hive::PutKey(classes + c.key + c.subkey);
     if (c.description != nullptr) hive::PutText(classes + c.key, "", c.description);
-    if (c.protocol != REG_NONE) hive::PutUnits(classes + c.key, "URL Protocol", c.protocol, {0});
+    if (c.protocol != REG_NONE) hive::PutData(classes + c.key, "URL Protocol", c.protocol, {"\0", 2});
   }
   hive::PutText(classes + "valued", "other", "x");
-  hive::PutUnits(classes + "number", "", REG_DWORD, TEXT("xy"));
+  hive::PutData(classes + "number", "", REG_DWORD, "wxyz");
   hive::PutText(classes + "number", "URL Protocol", "");
   EXPECT_EQ(Withdraw(), "");
   for (const auto& c : cases) EXPECT_EQ(hive::Has(classes + c.key), !c.goes) << c.key;
@@ -124,7 +124,7 @@ TEST_F(Withdrawal, AutoFileProgIdsGoByTheirCommand) {
   };
   for (const auto& c : cases) hive::PutText(classes + c.key + command, "", c.command);
   hive::PutKey(classes + "none_auto_file");
-  hive::PutUnits(classes + "number_auto_file" + command, "", REG_DWORD, TEXT("xy"));
+  hive::PutData(classes + "number_auto_file" + command, "", REG_DWORD, "wxyz");
   EXPECT_EQ(Withdraw(), "");
   for (const auto& c : cases) {
     EXPECT_EQ(hive::Has(classes + c.key), !c.goes) << c.key;
@@ -175,14 +175,14 @@ TEST_F(Withdrawal, AMissingKeyEndsItWithTheSweepThatNeedsIt) {
   hive::PutText(classes + "chess", "", "URL:chess (Mac)");
   hive::PutText(classes + "chess", "URL Protocol", "");
   hive::PutText(classes + "pgn_auto_file" + command, "", CommandIn(host::LauncherFolder()));
-  hive::Drop("Software\\Classes\\Applications");
+  hive::Drop("HKCU\\Software\\Classes\\Applications");
   WriteFileAt(Launcher("Chess"), "x");
   const std::string before = hive::Text();
   EXPECT_EQ(Withdraw(), "registry: RegOpenKeyExW() failed");
   HandleSharingState(false);  // and so the folders stay
   EXPECT_EQ(hive::Text(), before);
   EXPECT_EQ(Files(), "Chess (Mac).exe\n");
-  hive::PutKey("Software\\Classes\\Applications");
+  hive::PutKey("HKCU\\Software\\Classes\\Applications");
   HandleSharingState(false);
   EXPECT_FALSE(hive::Has(classes + "chess"));
   EXPECT_FALSE(hive::Has(classes + "pgn_auto_file"));
@@ -190,8 +190,9 @@ TEST_F(Withdrawal, AMissingKeyEndsItWithTheSweepThatNeedsIt) {
 }
 
 TEST_F(Withdrawal, EntriesWithoutTheirApplicationKeyStay) {
-  hive::PutText("Software\\Tessarine\\Tessarine Tools\\MacApps\\Chess (Mac)\\Capabilities\\URLAssociations",
-                "x", "x");
+  hive::PutText(
+      "HKCU\\Software\\Tessarine\\Tessarine Tools\\MacApps\\Chess (Mac)\\Capabilities\\URLAssociations", "x",
+      "x");
   hive::PutText(registered, "Chess (Mac)", "x");
   hive::PutText(classes + "Tsrn.Url.Chess (Mac)" + command, "", "x");
   hive::PutText(classes + ".pgn\\OpenWithList\\Chess (Mac).exe", "", "Chess (Mac).exe");

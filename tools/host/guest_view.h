@@ -5,11 +5,10 @@
 #include <functional>
 #include <map>
 #include <optional>
-#include <span>
 #include <string>
 #include <vector>
 
-#include "host/text.h"
+#include "host/registry.h"
 
 namespace host {
 
@@ -22,21 +21,15 @@ struct Launcher {
   bool operator==(const Launcher&) const = default;
 };
 
-// Guest paths with what they hold; keys are "HKCU\...", values their key, valueMark and the value's name.
-using Entries = std::map<std::string, std::string, PathLess>;
-
 struct Snapshot {
-  Entries files;     // "" for a folder, otherwise size and content hash
-  Entries registry;  // "" for a key, otherwise the value's data (RegistryText, or another type's description)
+  Entries files;                              // "" for a folder, otherwise size and content hash
+  Entries registry;                           // as ReadKeys has it
   std::map<std::string, Launcher> launchers;  // by path
 };
 
 Snapshot TakeSnapshot();
 
-// The module's parts of the current user's registry as they are stored, parents first: each key with a null
-// `value`, and then its values, whose data are valid during the call.
-using RegistryVisitor = std::function<void(const std::string& key, const std::string* value, DWORD type,
-                                           std::span<const std::byte> data)>;
+// The module's parts of the current user's registry, as VisitKeys tells them.
 void VisitRegistry(const RegistryVisitor& visit);
 
 // A file's bytes; nothing when it cannot be opened.
@@ -47,18 +40,6 @@ std::string ReadLog();
 // The folders as they are named when they exist; neither ends in a separator.
 std::string LauncherFolder();
 std::string ShortcutFolder();
-
-// The notation of a REG_SZ in a snapshot, and its text again. A text in no other notation starts with '"'.
-std::string RegistryText(const std::string& text);
-inline bool IsRegistryText(const std::string& data) {
-  return data.starts_with('"');
-}
-inline std::string TextOfValue(const std::string& data) {
-  return data.substr(1, data.size() - 2);
-}
-inline std::string ValuePath(const std::string& key, const std::string& value) {
-  return key + valueMark + value;
-}
 
 // Of the entries of a registry: deletes a key with all that lies in it; names the keys directly below a key.
 void DeleteTree(Entries& registry, const std::string& key);

@@ -10,8 +10,8 @@
 #include <fstream>
 #include <stdexcept>
 
+#include "host/guest_view.h"
 #include "host/system.h"
-#include "host/text.h"
 #include "stub/stub.h"
 
 namespace host {
@@ -33,22 +33,6 @@ void InstallTemplate() {
   if (!out.flush()) throw std::runtime_error(PathText(target) + ": cannot be written");
 }
 
-// Creates the key; sets `value` when it is given.
-void MakeKey(HKEY root, const char* path, const char* value = nullptr, const char* text = nullptr) {
-  HKEY key;
-  LSTATUS result = RegCreateKeyExW(root, Widen(path).c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_WRITE,
-                                   nullptr, &key, nullptr);
-  if (result == 0 && value) {
-    const auto wide = Widen(text);
-    result = RegSetValueExW(key, Widen(value).c_str(), 0, REG_SZ, reinterpret_cast<const BYTE*>(wide.c_str()),
-                            static_cast<DWORD>((wide.size() + 1) * sizeof(WCHAR)));
-    RegCloseKey(key);
-  } else if (result == 0) {
-    RegCloseKey(key);
-  }
-  if (result != 0) throw std::runtime_error(std::string("registry key cannot be written: ") + path);
-}
-
 }  // namespace
 
 void PrepareGuest() {
@@ -59,11 +43,11 @@ void PrepareGuest() {
     }
   }
   InstallTemplate();
-  MakeKey(HKEY_LOCAL_MACHINE, "SOFTWARE\\Tessarine\\Tessarine Tools", "InstallLocation",
+  PutText("HKLM\\SOFTWARE\\Tessarine\\Tessarine Tools", "InstallLocation",
           "C:\\Program Files\\Tessarine\\Tools");
-  MakeKey(HKEY_CURRENT_USER, "SOFTWARE\\Tessarine\\Tessarine Tools");
-  MakeKey(HKEY_CURRENT_USER, "Software\\RegisteredApplications");
-  MakeKey(HKEY_CURRENT_USER, "Software\\Classes\\Applications");
+  for (const std::string& key :
+       {tessarineKey + "\\Tessarine Tools", registeredKey, classesKey + "\\Applications"})
+    PutKey(key);
 }
 
 }  // namespace host

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "host/wire.h"
+
 namespace host {
 namespace {
 
@@ -36,6 +38,18 @@ std::string Narrow(std::basic_string_view<WCHAR> utf16) {
   utf8.resize(static_cast<std::size_t>(bytes));
   WideCharToMultiByte(CP_UTF8, 0, utf16.data(), units, utf8.data(), bytes, nullptr, nullptr);
   return utf8;
+}
+
+std::string Utf16Text(std::span<const std::byte> bytes) {
+  std::basic_string<WCHAR> text;
+  for (std::size_t at = 0; at + 2 <= bytes.size() && GetU16(bytes, at) != 0; at += 2)
+    text += static_cast<WCHAR>(GetU16(bytes, at));
+  return Narrow(text);
+}
+
+std::string Utf16Bytes(std::string_view utf8) {
+  const std::basic_string<WCHAR> wide = Widen(utf8);
+  return {reinterpret_cast<const char*>(wide.c_str()), (wide.size() + 1) * sizeof(WCHAR)};
 }
 
 bool EqualNoCase(std::string_view a, std::string_view b) {

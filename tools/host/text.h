@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -13,6 +14,10 @@ namespace host {
 
 std::basic_string<WCHAR> Widen(std::string_view utf8);
 std::string Narrow(std::basic_string_view<WCHAR> utf16);
+
+// UTF-16 as it is stored: the text up to its NUL or the end, and the bytes of a text with its NUL.
+std::string Utf16Text(std::span<const std::byte> bytes);
+std::string Utf16Bytes(std::string_view utf8);
 
 bool EqualNoCase(std::string_view a, std::string_view b);
 
