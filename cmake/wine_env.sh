@@ -38,7 +38,7 @@ mkdir -p "$(dirname "$WINEPREFIX")"
 }
 # A program that is to meet an older Windows runs under a name of its own, since Wine keeps the version by name.
 if [[ -n ${VELOMIRA_WINDOWS_VERSION:-} ]]; then
-  declare -A names=([6.0]=vista [6.1]=win7 [10.0]=win10)
+  declare -A names=([6.0]=vista [6.1]=win7 [6.3]=win81 [10.0]=win10)
   program=${1%.exe}-$VELOMIRA_WINDOWS_VERSION.exe
   cp -u "$1" "$program"
   wine64 reg add "HKCU\\Software\\Wine\\AppDefaults\\$(basename "$program")" /v Version /f \

@@ -1,12 +1,13 @@
-// Creation and check of launchers, with what each failure leaves behind.
+// Creation and check of launchers: their resources to the byte, which ones are kept, and where the template
+// lies.
 #include "launcher/mainfo.h"
 
 #include <windows.h>
 
-#include <shlwapi.h>
-
 #include "common/handles.h"
-#include "launcher/fs.h"
+#include "common/windows_version.h"
+#include "host/wire.h"
+#include "launcher/bmp2ico.h"
 #include "support/gaps.h"
 #include "support/hive.h"
 #include "support/module_fixture.h"
@@ -14,9 +15,17 @@
 
 namespace {
 
+using host::Bytes;
+
 constexpr WORD rcData = 10;
 constexpr std::uint32_t getIcons = 103;
-const std::string chessKey = "HKCU\\Software\\Classes\\Applications\\Chess (Mac).exe";
+const std::string applications = "HKCU\\Software\\Classes\\Applications\\";
+const std::string toolsKey = "HKLM\\SOFTWARE\\Tessarine\\Tessarine Tools";
+const std::string narrowKey = "HKLM\\SOFTWARE\\Wow6432Node\\Tessarine\\Tessarine Tools";
+
+std::string Characters(const Bytes& bytes) {
+  return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
 
 class LauncherCreation : public ModuleTest {
  protected:
@@ -25,17 +34,15 @@ class LauncherCreation : public ModuleTest {
     Share({TestApplication("Chess")});
   }
 
+  // "built", "kept" or what is raised.
   std::string Create(const MacAppInfo& app, bool skipIfCurrent = true) {
-    return Raised([&] { CreateLauncher(folder(), app, skipIfCurrent); });
+    bool built = false;
+    const std::string raised = Raised([&] { built = CreateLauncher(folder(), app, skipIfCurrent); });
+    return !raised.empty() ? raised : built ? "built" : "kept";
   }
 
-  // What of Chess is there: launcher, key, shortcut.
-  std::string Parts() const {
-    std::string parts;
-    if (FileIsThere(Launcher("Chess"))) parts += "launcher ";
-    if (hive::Has(chessKey)) parts += "key ";
-    if (FileIsThere(Shortcut("Chess"))) parts += "shortcut ";
-    return parts;
+  std::string Update(bool deleteOnFailure) {
+    return Raised([&] { UpdateLauncherResources(Launcher("Chess"), Info("Chess"), deleteOnFailure); });
   }
 
   void CopyTemplate() const {
@@ -43,250 +50,167 @@ class LauncherCreation : public ModuleTest {
   }
 };
 
-TEST_F(LauncherCreation, GivesTheTemplateItsIdentity) {
-  EXPECT_TRUE(CreateLauncher(folder(), Info("Chess"), true));
-  EXPECT_EQ(Parts(), "launcher key shortcut ");
-  const WideString launcher = Launcher("Chess");
+TEST_F(LauncherCreation, GivesTheTemplateItsIdentityAndItsName) {
+  const std::string name = "Schach \xE6\xA3\x8B & \xF0\x9F\x8E\xB2.exe";  // used as it comes
+  Share({TestApplication(name)});
+  EXPECT_EQ(Create(Info(name)), "built");
+  const WideString launcher = Launcher(name);
   EXPECT_EQ(
       ResourceChanges(launcher),
-      "+3/449/1024 1128\n+10/259/0 12\n+10/260/0 22\n+10/57005/0 14\n+14/448/1024 20\n+16/1/1024 700\n");
-  EXPECT_EQ(ResourceData(launcher, rcData, 260, 0), host::Utf16Bytes("test.Chess"));
-  EXPECT_EQ(ResourceData(launcher, rcData, 259, 0), host::Utf16Bytes("Chess"));
+      "+3/449/1024 1128\n+10/259/0 36\n+10/260/0 46\n+10/57005/0 14\n+14/448/1024 20\n+16/1/1024 724\n");
+  EXPECT_EQ(ResourceData(launcher, rcData, 260, 0), host::Utf16Bytes("test." + name));
+  EXPECT_EQ(ResourceData(launcher, rcData, 259, 0), host::Utf16Bytes(name));
   EXPECT_EQ(ResourceData(launcher, rcData, 57005, 0), std::string("mice was here\0", 14));
-  EXPECT_EQ(hive::Value(chessKey, ""), "\"\"");
-  EXPECT_EQ(hive::Value(chessKey + "\\shell\\open\\command", ""),
+  EXPECT_EQ(Parts(name), "launcher key shortcut ");
+  EXPECT_EQ(hive::Value(applications + name + " (Mac).exe\\shell\\open\\command", ""),
             "\"\"" + WideToUtf8(launcher) + "\" \"%1\"\"");
 }
 
-TEST_F(LauncherCreation, NamesAreUsedAsTheyCome) {
-  const std::string name = "Schach \xE6\xA3\x8B & \xF0\x9F\x8E\xB2.exe";
-  Share({TestApplication(name)});
-  EXPECT_TRUE(CreateLauncher(folder(), Info(name), true));
-  EXPECT_EQ(ResourceData(Launcher(name), rcData, 259, 0), host::Utf16Bytes(name));
-  EXPECT_EQ(Files(), name + " (Mac).exe\n" + name + " (Mac).lnk\n");
+TEST_F(LauncherCreation, TheIconGroupLeavesGapsForWhatIsRefused) {
+  const Bytes small = TestBitmap(16, 16), large = TestBitmap(256, 256), refused(100);
+  ReplyWith(getIcons, Items().Add(2, small).Add(2, refused).Add(2, large).bytes());
+  EXPECT_EQ(Create(Info("Chess")), "built");
+  Bytes group;
+  for (const std::uint32_t field : {0u, 1u, 2u,                             // two icons
+                                    0x1010u, 0u, 1u, 32u, 1128u, 0u, 449u,  // 16 by 16
+                                    0u, 0u, 1u, 32u, 0x2028u, 4u, 451u}) {  // 256 by 256, 270,376 bytes
+    host::PutU16(group, field);
+  }
+  EXPECT_EQ(ResourceData(Launcher("Chess"), 14, 448, 0x0400), Characters(group));
+  // Systems that know no alpha in icons get a mask.
+  EXPECT_EQ(ResourceData(Launcher("Chess"), 3, 451, 0x0400),
+            Characters(BitmapToIcon(large, !IsWindowsVersionOrLater(5, 1))));
+  ReplyWith(getIcons, Items().Add(2, refused).bytes());
+  EXPECT_EQ(Create(Info("Chess"), false), "mainfo: resop: icon group list is empty");
 }
 
-TEST_F(LauncherCreation, OnlyResourcesOfTheSameLanguageAreReplaced) {
-  CopyTemplate();
-  const WideString launcher = Launcher("Chess"), before = Scratch() + TEXT("\\before.exe");
-  PutResource(launcher, rcData, 260, 0, "old");
-  PutResource(launcher, rcData, 260, 0x0409, "stays");
-  PutResource(launcher, 14, 448, 0, "stays too");
-  PutResource(launcher, 16, 1, 0x0400, "old");
-  CopyFileW(launcher.c_str(), before.c_str(), FALSE);
-  UpdateLauncherResources(launcher, Info("Chess"), true);
-  EXPECT_EQ(ResourceChanges(launcher, before),
-            "+3/449/1024 1128\n+10/259/0 12\n-10/260/0 3\n+10/260/0 22\n+10/57005/0 14\n+14/448/1024 20\n"
-            "-16/1/1024 3\n+16/1/1024 700\n");
-}
-
-// The checksums were taken once; every build writes these bytes, whatever updates the file.
-TEST_F(LauncherCreation, EveryBuildWritesTheSameBytes) {
-  ASSERT_TRUE(CreateLauncher(folder(), Info("Chess"), true));
-  const struct {
-    WORD type, name, language;
-    std::uint64_t sum;  // FNV-1a
-  } resources[] = {
-      {rcData, 260, 0, 0x5C10B6DC0920122B},  {rcData, 259, 0, 0xD08760945E6B3073},
-      {16, 1, 0x0400, 0xC93B4571B586574C},   {3, 449, 0x0400, 0xA5F9F2C41C091558},
-      {14, 448, 0x0400, 0x3E131DAF9AE268F6}, {rcData, 57005, 0, 0x6EAF4DE8CD544D90},
-  };
-  for (const auto& resource : resources) {
-    std::uint64_t sum = 0xCBF29CE484222325;
-    for (const char byte : ResourceData(Launcher("Chess"), resource.type, resource.name, resource.language)) {
-      sum = (sum ^ static_cast<unsigned char>(byte)) * 0x100000001B3;
-    }
-    EXPECT_EQ(sum, resource.sum) << resource.type << "/" << resource.name;
+// Length, value length, type, key and value of a block of version information.
+void PutBlock(Bytes& bytes, std::initializer_list<std::uint32_t> fields,
+              std::initializer_list<std::string> texts) {
+  for (const std::uint32_t field : fields) host::PutU16(bytes, field);
+  for (const std::string& text : texts) {
+    for (const char c : text) host::PutU16(bytes, static_cast<unsigned char>(c));
+    host::PutU16(bytes, 0);
+    bytes.resize((bytes.size() + 3) / 4 * 4);
   }
 }
 
-TEST_F(LauncherCreation, AValidLauncherIsLeftAlone) {
-  CopyTemplate();
-  PutResource(Launcher("Chess"), rcData, 260, 0, host::Utf16Bytes("another.identifier"));
-  const WideString before = Scratch() + TEXT("\\before.exe");
-  CopyFileW(Launcher("Chess").c_str(), before.c_str(), FALSE);
-  EXPECT_FALSE(CreateLauncher(folder(), Info("Chess"), true));
-  EXPECT_EQ(ResourceChanges(Launcher("Chess"), before), "");
-  EXPECT_EQ(gate().Facts().sends, 0u);
-  EXPECT_EQ(Parts(), "launcher ");
-  EXPECT_TRUE(CreateLauncher(folder(), Info("Chess"), false));
-  EXPECT_EQ(ResourceData(Launcher("Chess"), rcData, 260, 0), host::Utf16Bytes("test.Chess"));
+TEST_F(LauncherCreation, TheVersionInformationNamesTheApplication) {
+  const struct {
+    const char* name;
+    std::uint32_t characters, block;  // of the description
+  } cases[] = {{"Chess", 12, 64}, {"Go", 9, 60}, {"NineChars", 16, 72}};
+  for (const auto& c : cases) {
+    Bytes expected;
+    PutBlock(expected, {636 + c.block, 52, 0}, {"VS_VERSION_INFO"});
+    for (const std::uint32_t field :
+         {0xFEEF04BDu, 0x10000u, 0x10000u, 0u, 0x10000u, 0u, 0x20u, 0x20u, 4u, 1u, 0u, 0u, 0u}) {
+      host::PutU32(expected, field);
+    }
+    PutBlock(expected, {476 + c.block, 0, 1}, {"StringFileInfo"});
+    PutBlock(expected, {440 + c.block, 0, 1}, {"040904B0"});
+    PutBlock(expected, {84, 29, 1}, {"Comments", "Tessarine Shared Application"});
+    PutBlock(expected, {112, 39, 1}, {"CompanyName", "Tessarine Software International, Inc."});
+    PutBlock(expected, {c.block, c.characters, 1}, {"FileDescription", std::string(c.name) + " (Mac)"});
+    PutBlock(expected, {48, 8, 1}, {"FileVersion", "1.0.0.0"});
+    PutBlock(expected, {80, 23, 1}, {"ProductName", "Tessarine Tools Center"});
+    PutBlock(expected, {92, 29, 1}, {"SpecialBuild", "Tessarine Shared Application"});
+    PutBlock(expected, {68, 0, 1}, {"VarFileInfo"});
+    PutBlock(expected, {36, 4, 0}, {"Translation"});
+    host::PutU32(expected, 0x04B00409);
+    ReplyWith(getIcons, Items().Add(2, TestBitmap(1, 1)).bytes());
+    EXPECT_EQ(Create(Info(c.name)), "built");
+    EXPECT_EQ(ResourceData(Launcher(c.name), 16, 1, 0x0400), Characters(expected)) << c.name;
+  }
 }
 
-// The launcher comes with a key and a shortcut, so that its removal shows.
-TEST_F(LauncherCreation, ALauncherWithoutIdentifierIsRemovedAndBuiltAnew) {
+// What is there beside an unusable launcher shows that it is removed, and what is missing that it is removed
+// quietly.
+TEST_F(LauncherCreation, TheIdentifierAloneDecidesWhetherALauncherIsKept) {
   const struct {
     const char* what;
     std::string resource;  // number 260; empty: none, as in the template
-    bool valid;
+    bool valid, key, shortcut;
   } cases[] = {
-      {"no identifier", "", false},
-      {"an empty identifier", std::string(2, '\0'), false},
-      {"text behind a NUL", std::string("\0\0x\0\0\0", 6), false},
-      {"half a character", "x", false},
-      {"one character without NUL", std::string("x\0", 2), true},
+      {"none", "", false, true, true},
+      {"none, and no key", "", false, false, true},
+      {"none, and no shortcut", "", false, true, false},
+      {"an empty one", std::string(2, '\0'), false, true, true},
+      {"text behind a NUL", std::string("\0\0x\0", 4), false, true, true},
+      {"half a character", "x", false, true, true},
+      {"a character whose low half is 0", std::string("\0x", 2), true, false, false},
+      {"another's", host::Utf16Bytes("another.identifier"), true, false, true},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
-    ASSERT_TRUE(CreateLauncher(folder(), Info("Chess"), false));
-    if (c.resource.empty()) {
-      CopyTemplate();
-    } else {
-      PutResource(Launcher("Chess"), rcData, 260, 0, c.resource);
-    }
+    ASSERT_EQ(Create(Info("Chess"), false), "built");
+    CopyTemplate();
+    if (!c.resource.empty()) PutResource(Launcher("Chess"), rcData, 260, 0, c.resource);
+    if (!c.key) hive::Drop(applications + "Chess (Mac).exe");
+    if (!c.shortcut) DeleteFileW(Shortcut("Chess").c_str());
+    const std::string parts = Parts("Chess"), changes = ResourceChanges(Launcher("Chess"));
+    const std::uint64_t asked = gate().Facts().sends;
     EXPECT_EQ(HasValidLauncher(folder(), Info("Chess")), c.valid);
-    EXPECT_EQ(Parts(), c.valid ? "launcher key shortcut " : "");
-    EXPECT_EQ(CreateLauncher(folder(), Info("Chess"), true), !c.valid);
-    EXPECT_EQ(Parts(), "launcher key shortcut ");
+    EXPECT_EQ(Parts("Chess"), c.valid ? parts : "");
+    EXPECT_EQ(Create(Info("Chess")), c.valid ? "kept" : "built");
+    EXPECT_EQ(Parts("Chess"), c.valid ? parts : "launcher key shortcut ");
+    EXPECT_EQ(ResourceChanges(Launcher("Chess")) == changes, c.valid);
+    EXPECT_EQ(gate().Facts().sends - asked, c.valid ? 0u : 1u);
   }
 }
 
-TEST_F(LauncherCreation, ALauncherThatCannotBeLoadedIsOverwritten) {
-  EXPECT_FALSE(HasValidLauncher(folder(), Info("Chess")));
-  WriteFileAt(Launcher("Chess"), "no program");
-  EXPECT_FALSE(HasValidLauncher(folder(), Info("Chess")));
-  EXPECT_EQ(Parts(), "launcher ");
-  EXPECT_TRUE(CreateLauncher(folder(), Info("Chess"), true));
-  EXPECT_TRUE(HasValidLauncher(folder(), Info("Chess")));
-}
-
-TEST_F(LauncherCreation, AnEmptyIdentifierMakesNoValidLauncher) {
-  ReplyWith(getIcons, Items().Add(2, TestBitmap(16, 16)).bytes());
-  const MacAppInfo app{TEXT(""), TEXT("Chess")};
-  EXPECT_TRUE(CreateLauncher(folder(), app, true));
-  EXPECT_EQ(ResourceData(Launcher("Chess"), rcData, 260, 0), std::string(2, '\0'));
-  EXPECT_FALSE(HasValidLauncher(folder(), app));
-}
-
-TEST_F(LauncherCreation, AFailureInsideTheUpdateTakesTheLauncherAway) {
-  std::vector<std::byte> refused = TestBitmap(16, 16);
-  refused[28] = std::byte{24};
-  const struct {
-    const char* what;
-    std::vector<std::byte> icons;
-    const char* raised;
-  } cases[] = {
-      {"no icons", {}, "mainfo: resop: icon group list is empty"},
-      {"refused icons", Items().Add(2, refused).Add(2, {}).bytes(),
-       "mainfo: resop: icon group list is empty"},
-      {"a text", Items().Text(3, "x").bytes(), "mainfo: mainfo: type WMA_Command::bbt_bitmap expected"},
-      {"an item past the end", {std::byte{0}}, "mainfo: bit_box: item exceeds its bit_box"},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.what);
-    ReplyWith(getIcons, c.icons);
-    EXPECT_EQ(Create(Info("Chess")), c.raised);
-    EXPECT_EQ(Parts(), "");
-  }
-}
-
-TEST_F(LauncherCreation, TheHostsFailureIsToldWhole) {
-  EXPECT_EQ(Create(Info("Unknown")), "mainfo: mainfo: command failed");
-  gate().FailNext({.request = host::sendCommand, .systemError = ERROR_GEN_FAILURE});
-  EXPECT_EQ(Create(Info("Chess")), "mainfo: mainfo: ioctl() returned no data");
-  gate().SetPresent(false);
-  EXPECT_EQ(Create(Info("Chess")), "mainfo: dtool: Can't open tool device driver");
-  EXPECT_EQ(Files(), "");
-
-  CopyTemplate();
-  EXPECT_NE(Raised([&] { UpdateLauncherResources(Launcher("Chess"), Info("Chess"), false); }), "");
-  EXPECT_EQ(ResourceChanges(Launcher("Chess")), "");
-}
-
-TEST_F(LauncherCreation, AFileThatCannotBeUpdatedOrCommittedStays) {
-  EXPECT_EQ(Raised([&] { UpdateLauncherResources(Launcher("Chess"), Info("Chess"), true); }),
-            "mainfo: BeginUpdateResource() failed");
+TEST_F(LauncherCreation, AFileThatCannotBeUpdatedStaysAsItIs) {
+  EXPECT_EQ(Update(true), "mainfo: BeginUpdateResource() failed");
   CopyTemplate();
   {
     const UniqueModule running(LoadLibraryW(Launcher("Chess").c_str()));
-    ASSERT_TRUE(running);
-    EXPECT_EQ(Raised([&] { UpdateLauncherResources(Launcher("Chess"), Info("Chess"), true); }),
-              Lacks(Gap::LoadedUpdate) ? "mainfo: BeginUpdateResource() failed"
-                                       : "mainfo: EndUpdateResource() failed");
+    EXPECT_EQ(Update(true), Lacks(Gap::LoadedUpdate) ? "mainfo: BeginUpdateResource() failed"
+                                                     : "mainfo: EndUpdateResource() failed");
+    EXPECT_EQ(Create(Info("Chess"), false), "mainfo: write to file failed");
   }
-  EXPECT_EQ(ResourceChanges(Launcher("Chess")), "");
+  ReplyWith(getIcons, {std::byte{0}});
+  EXPECT_EQ(Update(false), "mainfo: bit_box: item exceeds its bit_box");
+  EXPECT_EQ(Parts("Chess"), "template ");
+  EXPECT_EQ(Update(true), "mainfo: bit_box: item exceeds its bit_box");
+  EXPECT_EQ(Parts("Chess"), "");
 }
 
-TEST_F(LauncherCreation, ALauncherInUseCannotBeOverwritten) {
-  ASSERT_TRUE(CreateLauncher(folder(), Info("Chess"), true));
-  const UniqueFile held(CreateFileW(Launcher("Chess").c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
-                                    OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-  EXPECT_EQ(Create(Info("Chess"), false), "mainfo: write to file failed");
-  EXPECT_EQ(Parts(), "launcher key shortcut ");
-}
-
-TEST_F(LauncherCreation, AFailedShortcutLeavesTheRest) {
-  EXPECT_TRUE(CreateDirectoryW((ShortcutFolder() + TEXT("Chess (Mac).lnk")).c_str(), nullptr));
-  EXPECT_EQ(Create(Info("Chess")), "fs: IPersistFile::Save() failed");
-  EXPECT_TRUE(HasValidLauncher(folder(), Info("Chess")));
-  EXPECT_TRUE(hive::Has(chessKey));
-}
-
-class InstallLocation : public LauncherCreation {
- protected:
-  static constexpr const WCHAR* nativeKey = TEXT("SOFTWARE\\Tessarine\\Tessarine Tools");
-  static constexpr const WCHAR* narrowKey = TEXT("SOFTWARE\\Wow6432Node\\Tessarine\\Tessarine Tools");
-
-  void TearDown() override {
-    SHDeleteKeyW(HKEY_LOCAL_MACHINE, TEXT("SOFTWARE\\Wow6432Node\\Tessarine"));
-    LauncherCreation::TearDown();
-  }
-
-  static void Put(const WCHAR* key, DWORD type, WideString units) {
-    EXPECT_EQ(SHSetValueW(HKEY_LOCAL_MACHINE, key, TEXT("InstallLocation"), type, units.data(),
-                          static_cast<DWORD>(units.size() * sizeof(WCHAR))),
-              ERROR_SUCCESS);
-  }
-};
-
-TEST_F(InstallLocation, IsAShortTextOrUnknown) {
+TEST_F(LauncherCreation, TheInstallLocationIsAShortTextOfEitherView) {
   const struct {
     const char* what;
     DWORD type;
-    WideString units, location;
+    std::string bytes, location;
   } cases[] = {
-      {"text", REG_SZ, WideString(TEXT("D:\\Tools\0"), 9), TEXT("D:\\Tools")},
-      {"text without NUL", REG_SZ, TEXT("D:\\Tools/"), TEXT("D:\\Tools/")},
-      {"text with a NUL inside", REG_SZ, WideString(TEXT("D:\0x\0"), 5), TEXT("D:")},
-      {"expandable text", REG_EXPAND_SZ, WideString(TEXT("D:\0"), 3), {}},
-      {"empty text", REG_SZ, WideString(1, 0), {}},
-      {"260 units", REG_SZ, WideString(259, TEXT('x')) + WCHAR{0}, WideString(259, TEXT('x'))},
-      {"261 units", REG_SZ, WideString(260, TEXT('x')) + WCHAR{0}, {}},
+      {"text without NUL", REG_SZ, std::string("D\0:\0/\0", 6), "D:/"},
+      {"text with a NUL inside", REG_SZ, std::string("D\0:\0\0\0x\0\0\0", 10), "D:"},
+      {"260 units", REG_SZ, host::Utf16Bytes(std::string(259, 'x')), std::string(259, 'x')},
+      {"261 units", REG_SZ, host::Utf16Bytes(std::string(260, 'x')), "D:\\Narrow"},
+      {"expandable text", REG_EXPAND_SZ, host::Utf16Bytes("D:"), "D:\\Narrow"},
+      {"empty text", REG_SZ, host::Utf16Bytes(""), "D:\\Narrow"},
   };
+  hive::PutText(narrowKey, "InstallLocation", "D:\\Narrow");
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.what);
-    Put(nativeKey, c.type, c.units);
-    EXPECT_EQ(ToolsInstallLocation(), c.location);
+    hive::PutData(toolsKey, "InstallLocation", c.type, c.bytes);
+    EXPECT_EQ(WideToUtf8(ToolsInstallLocation()), c.location) << c.what;
   }
-}
-
-TEST_F(InstallLocation, ComesFromThe32BitViewWhereTheNativeOneHasNone) {
-  Put(narrowKey, REG_SZ, TEXT("D:\\Narrow"));
-  EXPECT_EQ(ToolsInstallLocation(), TEXT("C:\\Program Files\\Tessarine\\Tools"));
-  Put(nativeKey, REG_DWORD, TEXT("xy"));
+  hive::Drop(toolsKey);
   EXPECT_EQ(ToolsInstallLocation(), TEXT("D:\\Narrow"));
-  SHDeleteKeyW(HKEY_LOCAL_MACHINE, nativeKey);
-  EXPECT_EQ(ToolsInstallLocation(), TEXT("D:\\Narrow"));
-  SHDeleteKeyW(HKEY_LOCAL_MACHINE, narrowKey);
+  hive::Drop(narrowKey);
   EXPECT_EQ(ToolsInstallLocation(), TEXT(""));
   EXPECT_EQ(Create(Info("Chess")), "mainfo: write to file failed");
-  EXPECT_EQ(Files(), "");
-}
-
-TEST_F(InstallLocation, OnlyABackslashEndsIt) {
-  for (const WCHAR* ending : {TEXT(""), TEXT("\\"), TEXT("/")}) {
-    Put(nativeKey, REG_SZ, TEXT("C:\\Program Files\\Tessarine\\Tools") + WideString(ending));
-    EXPECT_EQ(Create(Info("Chess"), false), "") << WideToUtf8(ending);
+  for (const char* ending : {"", "\\", "/"}) {  // only a backslash ends it
+    hive::PutText(toolsKey, "InstallLocation", std::string("C:\\Program Files\\Tessarine\\Tools") + ending);
+    EXPECT_EQ(Create(Info("Chess"), false), "built") << ending;
   }
 }
 
-TEST_F(LauncherCreation, FilesAndFoldersExist) {
-  CopyTemplate();
-  const UINT mode = GetErrorMode();
-  EXPECT_TRUE(FileExists(Launcher("Chess")));
+// The error mode is the process', and so another test's: it is set here.
+TEST_F(LauncherCreation, ALookForAFileLeavesTheErrorModeAlone) {
+  const UINT mode = SetErrorMode(0);
+  EXPECT_TRUE(FileExists(TemplateFile()));
   EXPECT_TRUE(FileExists(folder()));
-  EXPECT_FALSE(FileExists(Launcher("Draughts")));
-  EXPECT_EQ(GetErrorMode(), mode);
+  EXPECT_FALSE(FileExists(Launcher("Chess")));
+  EXPECT_EQ(SetErrorMode(mode), 0u);
 }
 
 }  // namespace

@@ -1,12 +1,12 @@
-// Registration of one application: the whole hive after it, and what changes with the host's details, with
-// what is there already, and with keys that are missing.
+// Registration of one application: the whole hive after it, and what changes with the host's details and with
+// keys that are missing.
 #include "registry/registry_registration.h"
 
 #include <windows.h>
 
-#include <shlwapi.h>
-
 #include "common/windows_version.h"
+#include "host/guest_view.h"
+#include "host/verify.h"
 #include "support/hive.h"
 #include "support/module_fixture.h"
 #include "support/raised.h"
@@ -14,7 +14,7 @@
 namespace {
 
 constexpr std::uint32_t getDetails = 104;
-constexpr std::uint32_t documentType = 3, flag = 4, defaultType = 5, scheme = 6;
+constexpr std::uint32_t documentType = 3, defaultType = 5, scheme = 6;
 const std::string classes = "HKCU\\Software\\Classes\\";
 const std::string appKey = "HKCU\\Software\\Classes\\Applications\\Chess (Mac).exe";
 const std::string tools = "HKCU\\Software\\Tessarine\\Tessarine Tools";
@@ -33,7 +33,6 @@ class Registration : public ModuleTest {
     Share({chess});
   }
 
-  void Describe(Items details) { ReplyWith(getDetails, details.bytes()); }
   bool Register() { return RegisterHostApplication(folder(), Info("Chess"), true); }
 };
 
@@ -95,184 +94,91 @@ TEST_F(Registration, WritesTheWholeHive) {
 )hive");
 }
 
-TEST_F(Registration, ASecondRunChangesNothing) {
-  EXPECT_TRUE(Register());
-  const std::string first = hive::Text(), files = Files();
-  EXPECT_FALSE(Register());
-  EXPECT_EQ(hive::Text(), first);
-  EXPECT_EQ(Files(), files);
-}
-
-TEST_F(Registration, ANewClaimCountsOnceWhereThereWasNoOffer) {
-  Describe(Items().Text(documentType, "fen"));
-  EXPECT_TRUE(Register());
-  EXPECT_FALSE(Register());
-  const Items claim = Items().Text(documentType, "fen").Text(defaultType, "pgn").Text(defaultType, "exe");
-  Describe(claim);
-  EXPECT_TRUE(Register());
-  Describe(claim);
-  EXPECT_FALSE(Register());
-  EXPECT_EQ(hive::Value(classes + "pgn_auto_file", ""), "\"\"");
-  // A black-listed type gets no offer and no ProgID, but its name is still added.
-  EXPECT_FALSE(hive::Has(classes + "exe_auto_file"));
-  EXPECT_FALSE(hive::Has(classes + ".exe\\OpenWithList"));
-}
-
-TEST_F(Registration, ATypeThatIsOpenedAlreadyIsNotClaimed) {
+// One application's details as they change; what is there must be what a model makes of the same history.
+TEST_F(Registration, FollowsTheDetails) {
+  using Texts = std::vector<std::string>;
   const hive::MachineAssociation opened("velomiraopened", true);
-  Describe(Items().Text(documentType, "fen").Text(defaultType, "velomiraopened"));
-  EXPECT_TRUE(Register());
-  EXPECT_FALSE(hive::Has(classes + ".velomiraopened"));
-  EXPECT_FALSE(hive::Has(classes + "velomiraopened_auto_file"));
+  hive::PutText("HKLM\\Software\\Classes\\VelomiraTest.velomiraopened", "URL Protocol", "");
+  const std::string declared = "VelomiraTest.velomiraopened";
+  const struct {
+    const char* what;
+    Texts types, defaults, schemes;
+    bool anyType, changes;
+  } steps[] = {
+      {"no types", {}, {"fen"}, {"chess"}, false, true},
+      {"first types", {"pgn", "fen"}, {}, {"chess"}, false, false},
+      {"a default that is offered", {"pgn", "fen"}, {"pgn"}, {"chess"}, false, false},
+      {"types of the system, and any", {"fen", "Msi"}, {"BAT"}, {"chess"}, true, false},
+      {"types of the system", {"Msi"}, {}, {}, false, false},
+      {"a default of the machine", {"fen"}, {"velomiraopened"}, {}, false, false},
+      {"a new default", {"fen"}, {"pdb", "velomiraopened"}, {}, false, true},
+      {"no types again", {}, {}, {"chess", "fics", "fics", declared}, false, false},
+      {"other schemes", {"fen"}, {}, {"fics"}, false, false},
+      {"nothing new", {"fen"}, {}, {"fics"}, false, false},
+  };
+  host::GuestModel model(host::TakeSnapshot(), host::LookAround());
+  for (const auto& step : steps) {
+    SCOPED_TRACE(step.what);
+    host::Application chess = TestApplication("Chess");
+    chess.documentTypes = step.types;
+    chess.defaultTypes = step.defaults;
+    chess.urlSchemes = step.schemes;
+    chess.anyType = step.anyType;
+    model.On(ShareAsCatalogue({chess}));
+    EXPECT_EQ(Register(), step.changes);
+    EXPECT_EQ(model.Compare(host::TakeSnapshot()), Texts());
+  }
 }
 
-TEST_F(Registration, WithoutTypesItIsNotOfferedAnywhere) {
-  EXPECT_TRUE(Register());
-  Describe(Items().Text(defaultType, "fen").Text(scheme, "chess"));
-  EXPECT_FALSE(Register());
-  EXPECT_EQ(hive::Value(appKey, "NoOpenWith"), "\"\"");
-  EXPECT_EQ(hive::Value(appKey + "\\SupportedTypes", ".pgn"), "\"\"");
-  EXPECT_FALSE(hive::Has(classes + "fen_auto_file"));
-  Describe(Items().Text(documentType, "fen").Text(scheme, "chess"));
-  Register();
-  EXPECT_EQ(hive::Value(appKey, "NoOpenWith"), "none");
-  EXPECT_EQ(hive::Value(appKey + "\\SupportedTypes", ".pgn"), "none");
-  EXPECT_EQ(hive::Value(appKey + "\\SupportedTypes", ".fen"), "\"\"");
-}
-
-TEST_F(Registration, AnyTypeListsNoneButOffersAll) {
-  EXPECT_TRUE(Register());
-  Describe(Items().Text(documentType, "fen").Number(flag, 1).Text(documentType, "Msi"));
-  EXPECT_FALSE(Register());
-  EXPECT_FALSE(hive::Has(appKey + "\\SupportedTypes"));
-  EXPECT_TRUE(hive::Has(classes + ".fen\\OpenWithList\\Chess (Mac).exe"));
-  EXPECT_FALSE(hive::Has(classes + ".Msi"));
-  Describe(Items().Text(documentType, "Msi"));
-  Register();
-  EXPECT_EQ(hive::Value(appKey + "\\SupportedTypes", ".Msi"), "\"\"");
-}
-
-TEST_F(Registration, TypesAndSchemesThatWouldNameOtherKeysAreSkipped) {
-  Items details;
+TEST_F(Registration, NamesThatWouldAddressOtherKeysAreSkipped) {
+  const Items usable = Items().Text(documentType, "pgn").Text(defaultType, "fen").Text(scheme, "x.y-z+1");
+  Items mixed = usable;
   for (const std::uint32_t type : {documentType, defaultType, scheme}) {
-    details.Text(type, "").Text(type, "a\\b").Text(type, "\\").Text(type, "Applications\\x");
+    for (const char* name : {"", "a\\b", "\\", "Applications\\x"}) mixed.Text(type, name);
   }
-  Describe(details);
-  EXPECT_TRUE(Register());
+  for (const char* name : {".pgn", "PGN_AUTO_FILE", "TSRN.URL.Go (Mac)", "APPLICATIONS"})
+    mixed.Text(scheme, name);
+  ReplyWith(getDetails, usable.bytes());
+  Register();
+  const std::string before = hive::Text();
+  ReplyWith(getDetails, mixed.bytes());
+  Register();
+  EXPECT_EQ(hive::Text(), before);
+  ReplyWith(getDetails, Items().Text(documentType, "a\\b").bytes());
+  Register();
   EXPECT_EQ(hive::Value(appKey, "NoOpenWith"), "\"\"");
-  EXPECT_EQ(hive::Value(classes.substr(0, classes.size() - 1), "URL Protocol"), "none");
-  for (const char* key : {".", ".a", "_auto_file", "a", "Applications\\x"}) {
-    EXPECT_FALSE(hive::Has(classes + key)) << key;
-  }
-  EXPECT_FALSE(hive::Has(urlKey));
-  details = Items();
-  for (const char* name : {".pgn", "PGN_auto_file", "Tsrn.Url.Go (Mac)", "applications"})
-    details.Text(scheme, name);
-  Describe(details);
-  Register();
-  EXPECT_FALSE(hive::Has(urlKey));
-  for (const char* key : {".pgn", "PGN_auto_file", "Tsrn.Url.Go (Mac)", "Applications"}) {
-    EXPECT_EQ(hive::Value(classes + key, "URL Protocol"), "none") << key;
-  }
-  Describe(
-      Items().Text(documentType, "a\\b").Text(documentType, "pgn").Text(scheme, "").Text(scheme, "x.y-z+1"));
-  Register();
-  EXPECT_EQ(hive::Value(appKey, "NoOpenWith"), "none");
-  EXPECT_EQ(hive::Value(classes + "x.y-z+1", ""), "\"URL:x.y-z+1 (Mac)\"");
 }
 
-TEST_F(Registration, ARefreshForgetsSchemesButKeepsTheirKeys) {
-  EXPECT_TRUE(Register());
-  hive::PutText(urlKey + "\\shell\\open\\command", "", "old");
-  Describe(Items().Text(documentType, "pgn").Text(scheme, "fics").Text(scheme, "fics"));
-  Register();
-  const std::string associations = tools + "\\MacApps\\Chess (Mac)\\Capabilities\\URLAssociations";
-  EXPECT_EQ(hive::Value(associations, "chess"), "none");
-  EXPECT_EQ(hive::Value(associations, "fics"), "\"Tsrn.Url.Chess (Mac)\"");
-  EXPECT_EQ(hive::Value(appKey + "\\SupportedProtocols", "chess"), "none");
-  EXPECT_EQ(hive::Value(urlKey + "\\shell\\open\\command", ""),
-            "\"\"" + WideToUtf8(Launcher("Chess")) + "\" /url \"%1\"\"");
-  EXPECT_TRUE(hive::Has(classes + "chess"));
-
-  Describe(Items().Text(documentType, "pgn"));
-  Register();
-  EXPECT_FALSE(hive::Has(urlKey));
-  EXPECT_FALSE(hive::Has(tools + "\\MacApps\\Chess (Mac)"));
-  EXPECT_FALSE(hive::Has(appKey + "\\SupportedProtocols"));
-  EXPECT_EQ(hive::Value(registered, "Chess (Mac)"), "none");
-  EXPECT_TRUE(hive::Has(classes + "chess"));
-}
-
-// The machine's declarations are seen through HKEY_CLASSES_ROOT on every platform.
-TEST_F(Registration, ASchemeOfSomebodyElseKeepsItsKey) {
-  const hive::MachineAssociation machine("velomirascheme", false);
-  const WideString key = TEXT("Software\\Classes\\VelomiraTest.velomirascheme");
+TEST_F(Registration, EndsWhereAKeyIsMissing) {
   const struct {
-    const char* what;
-    DWORD type;
-    bool declared;
-  } cases[] = {{"no text", REG_DWORD, false}, {"text", REG_SZ, true}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.what);
-    hive::Drop(classes + "VelomiraTest.velomirascheme");
-    SHSetValueW(HKEY_LOCAL_MACHINE, key.c_str(), TEXT("URL Protocol"), c.type, TEXT("\0"), 4);
-    Describe(Items().Text(scheme, "VelomiraTest.velomirascheme"));
-    Register();
-    EXPECT_EQ(hive::Has(classes + "VelomiraTest.velomirascheme"), !c.declared);
-    EXPECT_EQ(hive::Value(appKey + "\\SupportedProtocols", "VelomiraTest.velomirascheme"), "\"\"");
-  }
-}
-
-TEST_F(Registration, AMissingParentEndsItAtItsStep) {
-  const Items noSchemes = Items().Text(documentType, "pgn").Text(defaultType, "pgn");
-  const Items schemes = Items(noSchemes).Text(scheme, "chess");
-  const Items noTypes;
-  const struct {
-    const char* what;
-    Items details;
     std::string missing;
-    const char* raised;
-    std::string written, unwritten;  // the last key before the step, and one that would come after it
+    bool withSchemes;
+    std::string raised, written, unwritten;
   } cases[] = {
-      {"tools, with schemes", schemes, tools, "registry: RegOpenKeyExW() failed", classes + "pgn_auto_file",
-       urlKey},
-      {"tools, without types", noTypes, tools, "registry: RegOpenKeyExW() failed", appKey, urlKey},
-      {"registered applications, without schemes", noSchemes, registered, "registry: RegOpenKeyExW() failed",
-       classes + "pgn_auto_file", urlKey},
-      {"registered applications, with schemes", schemes, registered, "", registered, classes + "fics"},
+      {tools, true, openKeyFailed, classes + "pgn_auto_file", urlKey},
+      {registered, true, "", registered, tools},
+      {registered, false, openKeyFailed, classes + "pgn_auto_file", urlKey},
+      {appKey, true, openKeyFailed, classes + ".pgn\\OpenWithList", classes + "pgn_auto_file"},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.what);
+    SCOPED_TRACE(c.missing);
     InstallTools();
-    for (const std::string& key : {appKey, urlKey, classes + "pgn_auto_file", classes + "chess"})
-      hive::Drop(key);
-    hive::PutKey(urlKey + "\\old");
-    hive::Drop(c.missing);
-    Describe(c.details);
-    EXPECT_EQ(Raised([&] { RegisterHostApplication(folder(), Info("Chess"), false); }), c.raised);
+    Register();
+    for (const std::string& key : {c.missing, classes + ".pgn", classes + "pgn_auto_file"}) hive::Drop(key);
+    hive::Drop(urlKey);
+    Items details = Items().Text(documentType, "pgn").Text(defaultType, "pgn");
+    if (c.withSchemes) details.Text(scheme, "chess");
+    ReplyWith(getDetails, details.bytes());
+    EXPECT_EQ(Raised([&] { Register(); }), c.raised);
     EXPECT_TRUE(hive::Has(c.written));
-    EXPECT_FALSE(hive::Has(c.unwritten + "\\shell"));
-    // Only what has got past the step on the tools' key clears the old ProgID.
-    EXPECT_EQ(hive::Has(urlKey + "\\old"), c.missing == tools || *c.raised == 0);
+    EXPECT_EQ(hive::Has(c.unwritten), c.raised.empty());
   }
-}
-
-TEST_F(Registration, ALostApplicationKeyEndsItWhereTypesAreRefreshed) {
-  EXPECT_TRUE(Register());
-  hive::Drop(appKey);
-  EXPECT_EQ(Raised([&] { Register(); }), openKeyFailed);
-  EXPECT_FALSE(hive::Has(appKey));
-  Describe(Items());
-  EXPECT_EQ(Raised([&] { Register(); }), "");
-  EXPECT_EQ(hive::Value(appKey, "NoOpenWith"), "\"\"");
 }
 
 TEST_F(Registration, WhatTheHostRefusesIsNotRegistered) {
-  EXPECT_EQ(Raised([&] { RegisterHostApplication(folder(), Info("Unknown"), true); }),
-            "mainfo: mainfo: command failed");
   Register();
   const std::string before = hive::Text();
-  Describe(Items().Add(documentType, std::as_bytes(std::span("x", 1))));
+  ReplyWith(getDetails, Items().Add(documentType, std::as_bytes(std::span("x", 1))).bytes());
   EXPECT_EQ(Raised([&] { Register(); }), "bit_box: string is not terminated");
   EXPECT_EQ(hive::Text(), before);
 }

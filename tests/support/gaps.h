@@ -1,5 +1,5 @@
-// What Wine is known to do otherwise than Windows, each difference stated once. The test beside this file
-// fails when one of them closes, so that what hides behind it comes to light.
+// What Wine is known to do otherwise than Windows, each difference stated once. A test fails when one of them
+// closes: the one that goes by it, or the one beside this file.
 #pragma once
 
 enum class Gap {

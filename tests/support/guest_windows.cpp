@@ -3,11 +3,11 @@
 #include <windows.h>
 
 #include <shlobj.h>
-#include <shlwapi.h>
 
 #include <filesystem>
 
 #include "support/guest.h"
+#include "support/hive.h"
 
 namespace {
 
@@ -18,14 +18,12 @@ std::filesystem::path Folder(int csidl) {
 }
 
 void Clear() {
-  SHDeleteKeyW(HKEY_CURRENT_USER, TEXT("Software\\Classes"));
-  SHDeleteKeyW(HKEY_CURRENT_USER, TEXT("Software\\RegisteredApplications"));
-  SHDeleteKeyW(HKEY_CURRENT_USER, TEXT("Software\\Tessarine"));
-  SHDeleteKeyW(HKEY_LOCAL_MACHINE, TEXT("Software\\Tessarine"));
-  HKEY classes = nullptr;
-  RegCreateKeyExW(HKEY_CURRENT_USER, TEXT("Software\\Classes"), 0, nullptr, 0, KEY_READ, nullptr, &classes,
-                  nullptr);
-  RegCloseKey(classes);
+  for (const char* key :
+       {"HKCU\\Software\\Classes", "HKCU\\Software\\RegisteredApplications", "HKCU\\Software\\Tessarine",
+        "HKLM\\Software\\Tessarine", "HKLM\\Software\\Wow6432Node\\Tessarine"}) {
+    hive::Drop(key);
+  }
+  hive::PutKey("HKCU\\Software\\Classes");
   std::filesystem::remove_all(Folder(CSIDL_APPDATA) / L"Tessarine");
   std::filesystem::remove_all(Folder(CSIDL_PROGRAMS) / L"Tessarine Shared Applications");
   std::filesystem::remove_all(L"C:\\scratch");

@@ -12,6 +12,7 @@
 #include "host/guest_view.h"
 #include "host/resources.h"
 #include "launcher/fs.h"
+#include "support/hive.h"
 
 namespace {
 
@@ -34,6 +35,13 @@ void ModuleTest::TearDown() {
   GateTest::TearDown();
 }
 
+host::Catalogue ModuleTest::ShareAsCatalogue(const std::vector<host::Application>& applications) {
+  Share(applications);
+  host::Catalogue catalogue;
+  for (const host::Application& application : applications) catalogue.Add(application);
+  return catalogue;
+}
+
 MacAppInfo ModuleTest::Info(const std::string& name) {
   return {Utf8ToWide("test." + name), Utf8ToWide(name)};
 }
@@ -48,6 +56,15 @@ WideString ModuleTest::Shortcut(const std::string& name) {
 
 WideString ModuleTest::TemplateFile() {
   return TEXT("C:\\Program Files\\Tessarine\\Tools\\Applications\\vel_micro_app.exe");
+}
+
+std::string ModuleTest::Parts(const std::string& name) const {
+  std::string parts;
+  const WideString launcher = Launcher(name);
+  if (FileIsThere(launcher)) parts += ResourceChanges(launcher).empty() ? "template " : "launcher ";
+  if (hive::Has(host::classesKey + "\\Applications\\" + name + " (Mac).exe")) parts += "key ";
+  if (FileIsThere(Shortcut(name))) parts += "shortcut ";
+  return parts;
 }
 
 std::string ModuleTest::Files() {

@@ -13,6 +13,9 @@ class ModuleTest : public GateTest {
   void SetUp() override;
   void TearDown() override;
 
+  // As Share; returns what a host::GuestModel takes.
+  host::Catalogue ShareAsCatalogue(const std::vector<host::Application>& applications);
+
   // The launcher folder, without a trailing separator.
   const WideString& folder() const { return folder_; }
 
@@ -20,6 +23,10 @@ class ModuleTest : public GateTest {
 
   WideString Launcher(const std::string& name) const;  // its path
   static WideString Shortcut(const std::string& name);
+
+  // What the guest has of an application, each with a blank behind it: "template" or "launcher", "key",
+  // "shortcut".
+  std::string Parts(const std::string& name) const;
 
   // The names of the files in the guest's two folders, sorted by their bytes, one a line.
   static std::string Files();

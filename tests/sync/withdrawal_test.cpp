@@ -5,11 +5,9 @@
 
 #include "frame/sharing_state.h"
 #include "host/guest_view.h"
-#include "launcher/fs.h"
 #include "support/hive.h"
 #include "support/module_fixture.h"
 #include "support/raised.h"
-#include "sync/sync_pass.h"
 
 namespace {
 
@@ -20,185 +18,140 @@ const std::string command = "\\shell\\open\\command";
 
 class Withdrawal : public ModuleTest {
  protected:
-  static std::string Withdraw() { return Raised(WithdrawHostApplications); }
-
-  // A launcher's open command in `folder`.
-  static std::string CommandIn(const std::string& folder) {
-    return "\"" + folder + "\\Chess (Mac).exe\" \"%1\"";
+  // One entry for a sweep, which goes or stays.
+  void Application(const std::string& name, bool goes) {
+    hive::PutText(applications + name + command, "", "x");
+    Expect(applications + name, goes);
   }
+  void Scheme(const std::string& name, const std::string& description, bool goes) {
+    hive::PutText(classes + name, "", description);
+    hive::PutText(classes + name, "URL Protocol", "");
+    Expect(classes + name, goes);
+  }
+  void Claim(const std::string& progId, const std::string& path, bool goes) {
+    hive::PutText(classes + progId + command, "", path);
+    Expect(classes + progId, goes);
+  }
+  void Expect(const std::string& key, bool goes) { goes_[key] = goes; }
+
+  void Withdraw() {
+    EXPECT_EQ(Raised(WithdrawHostApplications), "");
+    for (const auto& [key, goes] : goes_) EXPECT_EQ(!hive::Has(key), goes) << key;
+  }
+
+  // How a command of a launcher begins.
+  static std::string Launchers() { return "\"" + host::LauncherFolder(); }
+
+ private:
+  std::map<std::string, bool> goes_;
 };
 
-TEST_F(Withdrawal, LeavesOfRegisteredApplicationsWhatOthersMayUse) {
-  host::Application chess = TestApplication("Chess");
-  chess.documentTypes = {"pgn"};
-  chess.defaultTypes = {"pgn"};
-  chess.urlSchemes = {"chess"};
-  Share({chess, TestApplication("Go")});
-  ASSERT_EQ(Raised([this] { SyncHostApplications(folder()); }), "");
-  const std::string files = Files();
-  for (int run = 0; run < 2; ++run) {
-    EXPECT_EQ(Withdraw(), "");
-    EXPECT_EQ(hive::Text(),
-              "[Software\\Classes]\n[Software\\Classes\\.pgn]\n[Software\\Classes\\.pgn\\OpenWithList]\n"
-              "[Software\\Classes\\.pgn\\OpenWithProgids]\n\"pgn_auto_file\"=REG_NONE, 0 bytes\n"
-              "[Software\\Classes\\Applications]\n[Software\\RegisteredApplications]\n[SOFTWARE\\Tessarine]\n"
-              "[SOFTWARE\\Tessarine\\Tessarine Tools]\n[SOFTWARE\\Tessarine\\Tessarine Tools\\MacApps]\n");
-    EXPECT_EQ(Files(), files);
+TEST_F(Withdrawal, ApplicationsGoByTheEndOfTheirNames) {
+  for (const char* name : {" (Mac).exe", "Igo \xC3\xA9 (Mac).exe", "Zen (Mac).exe"}) Application(name, true);
+  for (const char* name : {"(Mac).exe", "Go (mac).exe", "Go (Mac).EXE", "Go (Mac).exe.old", "Go (Mac) 2.exe"})
+    Application(name, false);
+  for (const char* app : {"Igo \xC3\xA9 (Mac)", "Gone (Mac)"}) {
+    hive::PutText(registered, app, "x");
+    hive::PutText(classes + "Tsrn.Url." + app + command, "", "x");
   }
+  Expect(classes + "Tsrn.Url.Igo \xC3\xA9 (Mac)", true);
+  Expect(classes + "Tsrn.Url.Gone (Mac)", false);
+  Withdraw();
+  EXPECT_EQ(hive::Value(registered, "Igo \xC3\xA9 (Mac)") + hive::Value(registered, "Gone (Mac)"),
+            "none\"x\"");
+  hive::Drop(registered);  // an application's own failure: the next one goes all the same
+  for (const char* name : {"Igo \xC3\xA9 (Mac).exe", "Zen (Mac).exe"}) Application(name, true);
+  Withdraw();
 }
 
-TEST_F(Withdrawal, ApplicationKeysGoByTheEndOfTheirNames) {
-  const struct {
-    const char* name;
-    bool goes;
-  } cases[] = {{"Chess (Mac).exe", true}, {" (Mac).exe", true},
-               {"Go (mac).exe", false},   {"Shogi (Mac).EXE", false},
-               {"(Mac).exe", false},      {"Go (Mac).exe.old", false},
-               {"Go (Mac) 2.exe", false}, {"Igo \xC3\xA9 (Mac).exe", true}};
-  for (const auto& c : cases) {
-    hive::PutText(applications + c.name + command, "", "x");
-    hive::PutText(registered, std::string(c.name).substr(0, std::string(c.name).size() - 4), "x");
-  }
-  EXPECT_EQ(Withdraw(), "");
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    EXPECT_EQ(hive::Has(applications + c.name), !c.goes);
-    const std::string app = std::string(c.name).substr(0, std::string(c.name).size() - 4);
-    EXPECT_EQ(hive::Value(registered, app) == "none", c.goes);
-  }
-}
-
-TEST_F(Withdrawal, UrlProtocolsGoByTheirDescription) {
-  const struct {
-    const char* key;
-    const char* description;  // null: none
-    DWORD protocol;           // type of "URL Protocol", REG_NONE: without
-    const char* subkey;
-    bool goes;
-  } cases[] = {
-      {"made", "URL:made (Mac)", REG_SZ, "", true},
-      {"suffix", " (Mac)", REG_SZ, "", true},
-      {"shorter", "(Mac)", REG_SZ, "", false},
-      {"case", "URL:case (mac)", REG_SZ, "", false},
-      {"longer", "URL:longer (Mac) ", REG_SZ, "", false},
-      {"undescribed", nullptr, REG_SZ, "", false},
-      {"noprotocol", "URL:noprotocol (Mac)", REG_NONE, "", false},
-      {"binary", "URL:binary (Mac)", REG_BINARY, "", false},
-      {"parent", "URL:parent (Mac)", REG_SZ, "\\shell", false},
-      {"valued", "URL:valued (Mac)", REG_SZ, "", true},
-  };
-  for (const auto& c : cases) {
-    hive::PutKey(classes + c.key + c.subkey);
-    if (c.description != nullptr) hive::PutText(classes + c.key, "", c.description);
-    if (c.protocol != REG_NONE) hive::PutData(classes + c.key, "URL Protocol", c.protocol, {"\0", 2});
-  }
-  hive::PutText(classes + "valued", "other", "x");
+TEST_F(Withdrawal, SchemesGoByTheirDescriptionAndClaimsByTheirCommand) {
+  Scheme("made", "URL:made (Mac)", true);
+  Scheme("suffix", " (Mac)", true);
+  Scheme("shorter", "(Mac)", false);
+  Scheme("case", "URL:case (mac)", false);
+  Scheme("longer", "URL:longer (Mac) ", false);
+  Scheme("parent", "URL:parent (Mac)", false);
+  hive::PutKey(classes + "parent\\shell");
+  Scheme("number", "", false);
   hive::PutData(classes + "number", "", REG_DWORD, "wxyz");
-  hive::PutText(classes + "number", "URL Protocol", "");
-  EXPECT_EQ(Withdraw(), "");
-  for (const auto& c : cases) EXPECT_EQ(hive::Has(classes + c.key), !c.goes) << c.key;
-  EXPECT_TRUE(hive::Has(classes + "number"));
-}
+  Scheme("undeclared", "URL:undeclared (Mac)", false);
+  hive::PutData(classes + "undeclared", "URL Protocol", REG_BINARY, "x");
+  Scheme("valued", "URL:valued (Mac)", true);
+  hive::PutText(classes + "valued", "other", "x");
 
-TEST_F(Withdrawal, AutoFileProgIdsGoByTheirCommand) {
-  const std::string folder = host::LauncherFolder();
-  std::string otherCase = folder;
-  otherCase.back() = 'S';
-  const struct {
-    const char* key;
-    std::string command;
-    bool goes;
-  } cases[] = {
-      {"txt_auto_file", CommandIn(folder), true},
-      {"sub.key_auto_file", "x" + folder, true},  // the first character is not looked at
-      {"deep_auto_file", CommandIn(folder + "\\sub"), true},
-      {"sibling_auto_file", CommandIn(folder + " 2"), true},
-      {"folder_auto_file", folder, false},
-      {"short_auto_file", "\"" + folder.substr(0, folder.size() - 1), false},
-      {"case_auto_file", CommandIn(otherCase), false},
-      {"other_auto_file", CommandIn("C:\\Program Files"), false},
-      {"empty_auto_file", "", false},
-      {"_auto_file", CommandIn(folder), false},
-      {"rtf_Auto_file", CommandIn(folder), false},
-      {"txt_auto_file2", CommandIn(folder), false},
-  };
-  for (const auto& c : cases) hive::PutText(classes + c.key + command, "", c.command);
-  hive::PutKey(classes + "none_auto_file");
+  Claim("txt_auto_file", Launchers() + "\\Chess (Mac).exe\" \"%1\"", true);
+  Claim("a_auto_file", "x" + Launchers().substr(1), true);  // the first character is not looked at
+  Claim("sibling_auto_file", Launchers() + " 2", true);
+  Claim("folder_auto_file", Launchers().substr(1), false);
+  Claim("short_auto_file", Launchers().substr(0, Launchers().size() - 1), false);
+  Claim("case_auto_file", Launchers().substr(0, Launchers().size() - 1) + "S", false);
+  Claim("empty_auto_file", "", false);
+  Claim("number_auto_file", "", false);
   hive::PutData(classes + "number_auto_file" + command, "", REG_DWORD, "wxyz");
-  EXPECT_EQ(Withdraw(), "");
-  for (const auto& c : cases) {
-    EXPECT_EQ(hive::Has(classes + c.key), !c.goes) << c.key;
-  }
-  EXPECT_TRUE(hive::Has(classes + "none_auto_file"));
-  EXPECT_TRUE(hive::Has(classes + "number_auto_file" + command));
+  for (const char* progId : {"_auto_file", "rtf_Auto_file", "txt_auto_file2"})
+    Claim(progId, Launchers() + "\\Chess (Mac).exe\" \"%1\"", false);
+  Withdraw();
 }
 
 TEST_F(Withdrawal, ExtensionsLoseLauncherOffersAndDeadDefaults) {
-  hive::PutKey(applications + "Chess (Mac).exe");
-  hive::PutKey(applications + "notepad.exe");
-  hive::PutText(classes + "txt_auto_file" + command, "", CommandIn(host::LauncherFolder()));
-  hive::PutText(classes + "doc_auto_file" + command, "", CommandIn("C:\\Program Files"));
+  Application("Chess (Mac).exe", true);
+  Application("notepad.exe", false);
+  Claim("txt_auto_file", Launchers() + "\\", true);
+  Claim("doc_auto_file", "C:\\Program Files", false);
   const struct {
-    const char* key;
-    const char* byDefault;  // null: none
+    std::string key;
+    const char* byDefault;
     bool offers;
-    const char *leftDefault, *leftOffers;
+    const char* left;
   } cases[] = {
-      {".txt", "txt_auto_file", true, "\"\"", "none \"kept\""},
-      {".bare", "txt_auto_file", false, "\"txt_auto_file\"", "none none"},
-      {".case", "TXT_auto_file", true, "\"TXT_auto_file\"", "none \"kept\""},
-      {".long", "txt_auto_file2", true, "\"txt_auto_file2\"", "none \"kept\""},
-      {".doc", "doc_auto_file", true, "\"doc_auto_file\"", "none \"kept\""},
-      {".none", nullptr, true, "none", "none \"kept\""},
-      {"nodot", "txt_auto_file", true, "\"txt_auto_file\"", "\"x\" \"kept\""},
+      {classes + ".txt", "txt_auto_file", true, "\"\""},
+      {classes + ".bare", "txt_auto_file", false, "\"txt_auto_file\""},
+      {classes + ".case", "TXT_auto_file", true, "\"TXT_auto_file\""},
+      {classes + ".long", "txt_auto_file2", true, "\"txt_auto_file2\""},
+      {classes + ".doc", "doc_auto_file", true, "\"doc_auto_file\""},
+      {classes + "nodot", "txt_auto_file", true, "\"txt_auto_file\""},
   };
   for (const auto& c : cases) {
-    hive::PutText(classes + c.key, "other", "x");
-    if (c.byDefault != nullptr) hive::PutText(classes + c.key, "", c.byDefault);
+    hive::PutText(c.key, "", c.byDefault);
+    hive::PutText(c.key, "other", "x");
     if (!c.offers) continue;
-    hive::PutText(classes + c.key + "\\OpenWithList\\Chess (Mac).exe\\deep", "", "x");
-    hive::PutText(classes + c.key + "\\OpenWithList\\Chess (Mac).exe", "", "x");
-    hive::PutText(classes + c.key + "\\OpenWithList\\notepad.exe", "", "kept");
+    hive::PutKey(c.key + "\\OpenWithList\\Chess (Mac).exe\\deep");
+    hive::PutKey(c.key + "\\OpenWithList\\notepad.exe");
+    Expect(c.key + "\\OpenWithList\\Chess (Mac).exe", c.key != classes + "nodot");
+    Expect(c.key + "\\OpenWithList\\notepad.exe", false);
   }
-  EXPECT_EQ(Withdraw(), "");
+  Withdraw();
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.key);
-    EXPECT_EQ(hive::Value(classes + c.key, ""), c.leftDefault);
-    EXPECT_EQ(hive::Value(classes + c.key, "other"), "\"x\"");
-    const std::string list = classes + c.key + "\\OpenWithList\\";
-    EXPECT_EQ(hive::Value(list + "Chess (Mac).exe", "") + " " + hive::Value(list + "notepad.exe", ""),
-              c.leftOffers);
+    EXPECT_EQ(hive::Value(c.key, "") + hive::Value(c.key, "other"), c.left + std::string("\"x\"")) << c.key;
   }
 }
 
-TEST_F(Withdrawal, AMissingKeyEndsItWithTheSweepThatNeedsIt) {
-  hive::PutText(classes + "chess", "", "URL:chess (Mac)");
-  hive::PutText(classes + "chess", "URL Protocol", "");
-  hive::PutText(classes + "pgn_auto_file" + command, "", CommandIn(host::LauncherFolder()));
-  hive::Drop("HKCU\\Software\\Classes\\Applications");
+// Foreign names as long as names can be end no sweep.
+TEST_F(Withdrawal, TheLongestNamesArePassedOver) {
+  const std::string longest(255, 'a');
+  for (const std::string& key :
+       {classes + longest, classes + "." + longest.substr(1), applications + longest}) {
+    hive::PutKey(key);
+    Expect(key, false);
+  }
+  Application("Chess (Mac).exe", true);
+  Scheme("chess", "URL:chess (Mac)", true);
+  Claim("pgn_auto_file", Launchers() + "\\", true);
+  hive::PutKey(classes + ".pgn\\OpenWithList\\Chess (Mac).exe");
+  Expect(classes + ".pgn\\OpenWithList\\Chess (Mac).exe", true);
+  Withdraw();
+}
+
+TEST_F(Withdrawal, WithoutApplicationKeysNothingGoes) {
+  Scheme("chess", "URL:chess (Mac)", false);
+  Claim("pgn_auto_file", Launchers() + "\\", false);
+  hive::Drop(classes + "Applications");
   WriteFileAt(Launcher("Chess"), "x");
   const std::string before = hive::Text();
-  EXPECT_EQ(Withdraw(), "registry: RegOpenKeyExW() failed");
+  EXPECT_EQ(Raised(WithdrawHostApplications), "registry: RegOpenKeyExW() failed");
   HandleSharingState(false);  // and so the folders stay
   EXPECT_EQ(hive::Text(), before);
   EXPECT_EQ(Files(), "Chess (Mac).exe\n");
-  hive::PutKey("HKCU\\Software\\Classes\\Applications");
-  HandleSharingState(false);
-  EXPECT_FALSE(hive::Has(classes + "chess"));
-  EXPECT_FALSE(hive::Has(classes + "pgn_auto_file"));
-  EXPECT_FALSE(FileIsThere(folder()));
-}
-
-TEST_F(Withdrawal, EntriesWithoutTheirApplicationKeyStay) {
-  hive::PutText(
-      "HKCU\\Software\\Tessarine\\Tessarine Tools\\MacApps\\Chess (Mac)\\Capabilities\\URLAssociations", "x",
-      "x");
-  hive::PutText(registered, "Chess (Mac)", "x");
-  hive::PutText(classes + "Tsrn.Url.Chess (Mac)" + command, "", "x");
-  hive::PutText(classes + ".pgn\\OpenWithList\\Chess (Mac).exe", "", "Chess (Mac).exe");
-  const std::string before = hive::Text();
-  EXPECT_EQ(Withdraw(), "");
-  EXPECT_EQ(hive::Text(), before);
 }
 
 }  // namespace
