@@ -3,8 +3,8 @@
 
 #include <algorithm>
 
-#include "trials/expectations.h"
-#include "trials/fuzzing.h"
+#include "fuzz/fuzzing.h"
+#include "trials/replies.h"
 
 using fuzz::Check;
 

@@ -1,8 +1,8 @@
 // The conversion of bitmaps: refused for the first reason that there is, or converted pixel by pixel. An
 // input is a byte that says whether the mask is built, and the bitmap.
+#include "fuzz/fuzzing.h"
 #include "launcher/bmp2ico.h"
-#include "trials/expectations.h"
-#include "trials/fuzzing.h"
+#include "trials/replies.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size == 0) return 0;

@@ -8,28 +8,28 @@
 
 #include "channel/tool_gate.h"
 #include "frame/event_loop.h"
+#include "fuzz/fuzzing.h"
 #include "host/gate.h"
 #include "host/guest_view.h"
 #include "host/prepare.h"
 #include "host/replies.h"
-#include "trials/fuzzing.h"
 
 namespace {
 
+// The bytes of an input, which are taken one number after the other; zeros follow them.
 struct Steps {
   std::span<const std::byte> left;
 
-  template <class Number>
-  Number Take() {
-    Number number{};
-    const std::size_t count = std::min(left.size(), sizeof number);
-    std::memcpy(&number, left.data(), count);
-    left = left.subspan(count);
+  std::uint32_t Take(std::size_t size) {
+    std::uint32_t number = 0;
+    const auto taken = left.first(std::min(size, left.size()));
+    std::memcpy(&number, taken.data(), taken.size());
+    left = left.subspan(taken.size());
     return number;
   }
 };
 
-// What must come of the steps. Failing receives come first, whatever their place among the envelopes.
+// What must come of the steps.
 struct Expected {
   bool running = true;  // false: the loop rests or has ended, and takes no command any more
   std::uint64_t receives = 0, lists = 0;
@@ -39,8 +39,8 @@ struct Expected {
 void Fail(host::Gate& gate, Steps& steps, Expected& expected) {
   constexpr std::uint32_t errors[] = {0, ERROR_OPERATION_ABORTED, ERROR_RETRY, ERROR_GEN_FAILURE};
   constexpr std::uint32_t statuses[] = {TgStatusSuccess, TgStatusRequeue, TgStatusRetry, TgStatusCancelled};
-  const std::uint32_t error = errors[steps.Take<std::uint8_t>() % 4];
-  const auto chosen = steps.Take<std::uint32_t>();
+  const std::uint32_t error = errors[steps.Take(1) % 4];
+  const auto chosen = steps.Take(4);
   const std::uint32_t status = chosen < 4 ? statuses[chosen] : chosen;
   gate.FailNext({.systemError = error, .status = status});
   if (!expected.running) return;
@@ -71,23 +71,22 @@ bool FolderIsThere() {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  static const bool prepared = [] {
+  static const std::string registry = [] {
     platform::SetGuestRoot(fuzz::GuestFolder());
     host::PrepareGuest();
-    return true;
+    return platform::SaveRegistry();
   }();
-  static const std::string registry = platform::SaveRegistry();
-  fuzz::Check(prepared, "");
 
   const auto gate = host::CreateGate();
   gate->Serve([](std::span<const std::byte> envelope) { return host::AnswerCommand({}, envelope); });
+  // Failing receives come first, whatever their place among the envelopes.
   Expected expected;
   std::vector<std::span<const std::byte>> envelopes;
   for (Steps steps{std::as_bytes(std::span(data, size))}; !steps.left.empty();) {
-    if (steps.Take<std::uint8_t>() % 4 == 0) {
+    if (steps.Take(1) % 4 == 0) {
       Fail(*gate, steps, expected);
     } else {
-      const std::size_t length = std::min<std::size_t>(steps.Take<std::uint16_t>() % 513, steps.left.size());
+      const std::size_t length = std::min<std::size_t>(steps.Take(2) % 513, steps.left.size());
       envelopes.push_back(steps.left.first(length));
       steps.left = steps.left.subspan(length);
     }

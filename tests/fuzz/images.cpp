@@ -3,51 +3,43 @@
 #include <platform/control.h>
 
 #include <cstring>
+#include <optional>
 
-#include "fuzz/pe_file.h"
-#include "trials/fuzzing.h"
+#include "common/handles.h"
+#include "fuzz/fuzzing.h"
+#include "host/guest_view.h"
+#include "host/resources.h"
+#include "trials/exchanges.h"
 
 namespace {
 
-constexpr const WCHAR* path = TEXT("C:\\image.exe");
 using fuzz::Check;
 
-struct Change {
-  WORD type, name;
-  bool deletes;
-  pe::Bytes data;
-  std::string Key() const { return std::to_string(type) + "/" + std::to_string(name) + "/0"; }
-};
+const std::string path = "C:\\image.exe";
 
-// Changes the file; false, or the resources that it has then.
-void Update(const Change& change) {
-  const pe::Bytes before = pe::Read(path);
-  auto had = pe::List(path);
-  const HANDLE update = BeginUpdateResourceW(path, FALSE);
+// The resources of the file, none when it cannot be read.
+std::optional<host::Resources> Resources() {
+  if (!UniqueModule(LoadLibraryExW(host::Widen(path).c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE))) return {};
+  return host::ReadResources(path);
+}
+
+// Writes or, without data, deletes one resource. The file is changed in that resource alone, or not at all.
+void Update(WORD type, WORD name, std::string data) {
+  const std::optional<std::string> before = host::ReadGuestFile(path);
+  std::optional<host::Resources> had = Resources();
+  const HANDLE update = BeginUpdateResourceW(host::Widen(path).c_str(), FALSE);
   Check((update != nullptr) == had.has_value(), "readable and open to updates go together");
-  if (update) {
-    const auto type = MAKEINTRESOURCEW(change.type), name = MAKEINTRESOURCEW(change.name);
-    const bool written = change.deletes ? UpdateResourceW(update, type, name, 0, nullptr, 0)
-                                        : pe::Put(update, type, name, 0, change.data);
-    Check(written || change.deletes, "a resource is not taken");
-    if (EndUpdateResourceW(update, FALSE)) {
-      auto has = pe::List(path);
-      Check(has.has_value(), "an updated file cannot be read");
-      // Lists end at a name that cannot be looked up, such as one in lower case.
-      Check(!change.deletes || !has->contains(change.Key()), "a deleted resource is still there");
-      const HMODULE module = LoadLibraryExW(path, nullptr, LOAD_LIBRARY_AS_DATAFILE);
-      Check(change.deletes || pe::Find(module, type, name, 0) == change.data,
-            "another resource than written");
-      FreeLibrary(module);
-      has->erase(change.Key());
-      had->erase(change.Key());
-      Check(*has == *had, "other resources have changed");
-    } else {
-      Check(pe::Read(path) == before, "a failed update changed the file");
-    }
-  } else {
-    Check(pe::Read(path) == before, "a refused update changed the file");
-  }
+  const bool written = UpdateResourceW(update, MAKEINTRESOURCEW(type), MAKEINTRESOURCEW(name), 0,
+                                       data.empty() ? nullptr : data.data(), static_cast<DWORD>(data.size()));
+  Check(!update || written || data.empty(), "a resource is not taken");
+  if (!update || !EndUpdateResourceW(update, FALSE))
+    return Check(host::ReadGuestFile(path) == before,
+                 "an update that was refused or failed changed the file");
+  const std::optional<host::Resources> has = Resources();
+  Check(has.has_value(), "an updated file cannot be read");
+  had->erase({type, name, 0});
+  if (!data.empty()) had->insert({{type, name, 0}, data});
+  Check(*has == *had, "another resource than written, or others have changed");
 }
 
 }  // namespace
@@ -56,12 +48,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   static const std::filesystem::path folder = fuzz::GuestFolder();
   platform::SetGuestRoot(folder);
   if (size < 2) return 0;
-  pe::Write(path, {reinterpret_cast<const char*>(data + 2), size - 2});
-  Change change{10, WORD(data[0] & 1 ? 1 : 300), (data[0] & 2) != 0,
-                pe::Bytes(std::size_t{1} + data[1] * 37, 'x')};
-  if (data[0] & 4) change.type = 3;
-  Update(change);
-  Update({3, 449, false, "icon"});  // once more, whatever the first left
+  trials::PutFile(path, {reinterpret_cast<const char*>(data + 2), size - 2});
+  Update(data[0] & 4 ? 3 : 10, data[0] & 1 ? 1 : 300, std::string(data[0] & 2 ? 0 : 1 + data[1] * 37, 'x'));
+  Update(3, 449, "icon");  // once more, whatever the first left
   Check(platform::Census().empty(), "something is left open");
   const auto files = std::distance(std::filesystem::directory_iterator(folder), {});
   Check(files == 1, "a temporary file is left");

@@ -2,8 +2,8 @@
 // call ends, and the reply.
 #include <cstring>
 
+#include "fuzz/fuzzing.h"
 #include "trials/exchanges.h"
-#include "trials/fuzzing.h"
 
 namespace {
 
@@ -16,10 +16,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   static auto& exchanges = *new trials::Exchanges(fuzz::GuestFolder());
   if (size == 0) return 0;
   const auto reply = std::as_bytes(std::span(data, size)).subspan(envelopeStart);
-  trials::Misdeed misdeed{.bytes = {reply.begin(), reply.end()}};
-  if (data[0] == 1) misdeed.returned = 0;
-  if (data[0] == 2) misdeed.systemError = 21;
-  const std::string wrong = exchanges.Try(kind, misdeed);
+  const std::string wrong =
+      exchanges.Try(kind, {.bytes = {reply.begin(), reply.end()}, .returned = data[0] == 1 ? 0u : 48u},
+                    data[0] == 2 ? ERROR_NOT_READY : 0u);
   fuzz::Check(wrong.empty(), wrong);
   return 0;
 }

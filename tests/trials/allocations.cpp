@@ -2,12 +2,12 @@
 // call this program's operator new, because a program's definition goes before theirs.
 #include "trials/allocations.h"
 
+#include <dlfcn.h>
 #include <execinfo.h>
 #include <link.h>
 
 #include <algorithm>
 #include <atomic>
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -15,52 +15,30 @@
 namespace trials {
 namespace {
 
-struct Range {
-  std::uintptr_t begin = 0, end = 0;
-  bool Holds(const void* address) const {
-    const auto at = reinterpret_cast<std::uintptr_t>(address);
-    return begin <= at && at < end;
-  }
-};
-
-struct Libraries {
-  Range module, cxx;
-};
-
-int NoteLibrary(dl_phdr_info* info, std::size_t, void* found) {
-  auto* libraries = static_cast<Libraries*>(found);
-  Range range{UINTPTR_MAX, 0};
-  for (int i = 0; i < info->dlpi_phnum; ++i) {
-    const auto& header = info->dlpi_phdr[i];
-    if (header.p_type != PT_LOAD) continue;
-    range.begin = std::min<std::uintptr_t>(range.begin, info->dlpi_addr + header.p_vaddr);
-    range.end = std::max<std::uintptr_t>(range.end, info->dlpi_addr + header.p_vaddr + header.p_memsz);
-  }
-  if (std::strstr(info->dlpi_name, "libvelomira") != nullptr) libraries->module = range;
-  if (std::strstr(info->dlpi_name, "libstdc++") != nullptr) libraries->cxx = range;
-  return 0;
-}
-
 std::atomic<bool> counting = false;
 std::atomic<std::size_t> seen = 0;
 std::size_t failing = 0;  // written while not counting
-Libraries libraries;
+
+bool IsIn(const char* library, void* address) {
+  dl_find_object found{};
+  return _dl_find_object(address, &found) == 0 &&
+         std::strstr(found.dlfo_link_map->l_name, library) != nullptr;
+}
 
 // `caller`: where operator new returns to.
-bool IsTheModules(const void* caller) {
-  if (!libraries.cxx.Holds(caller)) return libraries.module.Holds(caller);
+bool IsTheModules(void* caller) {
+  constexpr const char *module = "libvelomira", *cxx = "libstdc++";
+  if (!IsIn(cxx, caller)) return IsIn(module, caller);
   void* frames[24];
   void** const end = frames + backtrace(frames, 24);
-  void** frame = std::find(frames, end, caller);
-  while (frame != end && libraries.cxx.Holds(*frame)) ++frame;
-  return frame != end && libraries.module.Holds(*frame);
+  void** const outside =
+      std::find_if(std::find(frames, end, caller), end, [&](void* frame) { return !IsIn(cxx, frame); });
+  return outside != end && IsIn(module, *outside);
 }
 
 }  // namespace
 
 void FailAllocation(std::size_t n) {
-  libraries = {};
-  dl_iterate_phdr(NoteLibrary, &libraries);
   void* frame = nullptr;
   backtrace(&frame, 1);  // which loads the unwinder's library at first
   failing = n;
@@ -73,7 +51,7 @@ std::size_t AllocationsSeen() {
   return seen;
 }
 
-static void* Allocate(std::size_t size, const void* caller) {
+static void* Allocate(std::size_t size, void* caller) {
   if (counting && IsTheModules(caller) && ++seen == failing) return nullptr;
   return std::malloc(size == 0 ? 1 : size);
 }

@@ -6,21 +6,23 @@
 
 #include <algorithm>
 #include <climits>
-#include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <fstream>
 #include <iostream>
+#include <sstream>
 #include <stdexcept>
 #include <vector>
 
 namespace trials {
 namespace {
 
-constexpr unsigned trialLimit = 60;  // seconds
+constexpr unsigned trialLimit = 240;  // seconds
 constexpr std::uint64_t shownFailures = 40;
 
 // Runs in the child and does not return. It ends as a program does, for a sanitizer to say what has leaked.
 [[noreturn]] void Work(std::size_t job, int pipe, const std::function<void(std::size_t, Report&)>& work) {
-  Report report(pipe);
+  Report report(pipe, job);
   int status = 0;
   try {
     work(job, report);
@@ -31,41 +33,24 @@ constexpr std::uint64_t shownFailures = 40;
   std::exit(status);
 }
 
-struct Member {
-  pid_t process = 0;
-  std::string trial;
-};
-
-// One line of a child: its process, the kind of the message, and the text.
-void Hear(const std::string& line, std::vector<Member>& members, Tally& tally) {
-  std::size_t at = 0;
-  const pid_t process = std::stoi(line, &at);
-  const std::string text = line.substr(at + 3);
-  switch (line[at + 1]) {
-    case 'T':
-      std::find_if(members.begin(), members.end(), [&](const Member& m) {
-        return m.process == process;
-      })->trial = text;
-      break;
-    case 'C':
-      tally.figures[text.substr(text.find(' ') + 1)] += std::stoull(text);
-      break;
-    default:
-      if (++tally.failures <= shownFailures) std::cerr << "FAILED " << text << "\n";
-  }
-}
-
-std::string HowItDied(int status) {
-  if (WIFEXITED(status)) return "ended with status " + std::to_string(WEXITSTATUS(status));
-  if (WTERMSIG(status) == SIGALRM) return "did not end within " + std::to_string(trialLimit) + " s";
-  return "died of signal " + std::to_string(WTERMSIG(status));
+// One line of a child.
+void Hear(const std::string& line, std::vector<std::string>& trials, Tally& tally) {
+  std::istringstream in(line);
+  std::size_t job = 0;
+  std::uint64_t number = 0;
+  char kind = 0;
+  std::string text;
+  std::getline(in >> job >> kind >> number >> std::ws, text);
+  if (kind == 'T') trials.at(job) = text;
+  if (kind == 'C') tally.figures[text] += number;
+  if (kind == 'F' && ++tally.failures <= shownFailures) std::cerr << "FAILED " << text << "\n";
 }
 
 }  // namespace
 
-void Report::Send(char kind, std::string text) const {
+void Report::Send(char kind, std::uint64_t number, std::string text) const {
   std::replace(text.begin(), text.end(), '\n', ';');
-  std::string line = std::to_string(getpid()) + " " + kind + " " + text;
+  std::string line = std::to_string(job_) + " " + kind + " " + std::to_string(number) + " " + text;
   line.resize(std::min<std::size_t>(line.size(), PIPE_BUF - 1));
   line += '\n';
   if (write(pipe_, line.data(), line.size()) != static_cast<ssize_t>(line.size())) std::abort();
@@ -73,49 +58,45 @@ void Report::Send(char kind, std::string text) const {
 
 void Report::Trial(const std::string& name) {
   trial_ = name;
-  Send('T', name);
+  Send('T', 0, name);
   alarm(trialLimit);
 }
 
-void Report::Count(const std::string& figure, std::uint64_t number) {
-  Send('C', std::to_string(number) + " " + figure);
+void Report::Try(const std::string& name, const std::function<void()>& trial) {
+  Trial(name);
+  try {
+    trial();
+  } catch (const std::exception& failure) {
+    Fail(failure.what());
+  }
 }
 
-void Report::Fail(const std::string& what) {
-  Send('F', trial_ + ": " + what);
-}
-
-Tally RunCrew(std::size_t jobs, const std::function<void(std::size_t, Report&)>& work) {
+Tally RunCrew(std::size_t jobs, const std::function<void(std::size_t, Report&)>& work, Tally tally) {
   int pipes[2];
   if (pipe(pipes) != 0) throw std::runtime_error("no pipe for the children");
-  std::vector<Member> members(jobs);
+  std::vector<pid_t> processes(jobs);
   for (std::size_t job = 0; job < jobs; ++job) {
     std::cout << std::flush;
-    const pid_t process = fork();
-    if (process < 0) throw std::runtime_error("no process for a child");
-    if (process == 0) {
+    processes[job] = fork();
+    if (processes[job] < 0) throw std::runtime_error("no process for a child");
+    if (processes[job] == 0) {
       close(pipes[0]);
       Work(job, pipes[1], work);
     }
-    members[job].process = process;
   }
   close(pipes[1]);
 
-  Tally tally;
-  FILE* messages = fdopen(pipes[0], "r");
-  char* line = nullptr;
-  std::size_t room = 0;
-  for (ssize_t length = 0; (length = getline(&line, &room, messages)) > 0;) {
-    Hear({line, static_cast<std::size_t>(length) - 1}, members, tally);
-  }
-  std::free(line);
-  std::fclose(messages);
-  for (const Member& member : members) {
+  std::vector<std::string> trials(jobs);
+  std::ifstream messages("/dev/fd/" + std::to_string(pipes[0]));
+  for (std::string line; std::getline(messages, line);) Hear(line, trials, tally);
+  close(pipes[0]);
+  for (std::size_t job = 0; job < jobs; ++job) {
     int status = 0;
-    waitpid(member.process, &status, 0);
+    waitpid(processes[job], &status, 0);
     if (status == 0) continue;
     ++tally.failures;
-    std::cerr << "FAILED " << member.trial << ": the process " << HowItDied(status) << "\n";
+    std::cerr << "FAILED " << trials[job] << ": the process "
+              << (WIFSIGNALED(status) ? strsignal(WTERMSIG(status)) : "ended with a failure") << "\n";
   }
   return tally;
 }

@@ -7,9 +7,13 @@
 #include <memory>
 
 #include "host/gate.h"
-#include "trials/expectations.h"
+#include "trials/replies.h"
 
 namespace trials {
+
+// A file of drive C, "C:\...", as the machine that plays the guest has it.
+std::filesystem::path HostFile(const std::string& guestPath);
+void PutFile(const std::string& guestPath, const std::string& bytes);  // with its parents
 
 class Exchanges {
  public:
@@ -18,20 +22,17 @@ class Exchanges {
   Exchanges(const Exchanges&) = delete;
   Exchanges& operator=(const Exchanges&) = delete;
 
-  // Empty, or what was not as it must be.
-  std::string Try(Kind kind, const Misdeed& misdeed);
+  // Empty, or what was not as it must be. With a `systemError` the control call fails.
+  std::string Try(Kind kind, const host::Reply& reply, std::uint32_t systemError = 0);
   // The message that the last one raised, empty for a reply that was taken whole.
   const std::string& raised() const { return raised_; }
 
  private:
-  Taken Ask(Kind kind, const Misdeed& misdeed);
-  static void AskForIcons(Taken& taken);
-  std::string Check(Kind kind, const Misdeed& misdeed);
+  Taken Ask(Kind kind);
+  std::string Check(Kind kind, const host::Reply& reply, std::uint32_t systemError);
 
-  std::filesystem::path launcher_;
-  host::Bytes stub_;  // the launcher before each question
   std::unique_ptr<host::Gate> gate_;
-  const Misdeed* misdeed_ = nullptr;
+  host::Reply reply_;
   host::Bytes request_;
   std::string raised_;
 };

@@ -1,99 +1,218 @@
-// One fault a trial: a call of the platform or an allocation of the module, in each scene of the story.
+// One fault a trial, at each point of each scene of the story: a call of the platform that fails, once or
+// with all later ones, an allocation of the module that fails, or the end of the process at a call. Clean
+// commands must then bring the guest to where it would be without it.
 #include <platform/control.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <iostream>
+#include <set>
+#include <stdexcept>
+
+#include "host/verify.h"
 #include "trials/allocations.h"
-#include "trials/scenes.h"
+#include "trials/lasting.h"
+#include "trials/story.h"
+#include "trials/trials.h"
 
 namespace trials {
 namespace {
 
-// Plays the scene with a fault put in by `arm` and taken out by `disarm`, which says what failed.
-template <class Arm, class Disarm>
-void Try(Story& story, const Scene& scene, bool once, Report& report, Arm arm, Disarm disarm) {
-  story.Enter(scene);
-  arm();
-  const bool unaided = story.Play(scene);
-  const std::string cause = disarm();
-  story.Rest();
-  if (once) Story::FailHalfMade(cause, report);
-  // The stop does not look at the result of its message, and waits for the worker either way.
-  if (!unaided && cause != "PostThreadMessageW") report.Fail("the stop does not return");
-  if (!unaided) {
-    report.Count("stops whose message was lost, and which waited for the worker to end by itself");
-  }
-  story.Recover(scene, cause, report);
-}
+enum class Fault { Call, CallsFromThenOn, Allocation, Death };
+constexpr const char* names[] = {"a call that failed once", "a call that failed from then on",
+                                 "an allocation that failed", "a death"};
 
-std::vector<std::string> CallsOf(Story& story, const Scene& scene, Report& report) {
+// What a scene came to with a fault in it.
+struct Outcome {
+  std::string cause = "nothing";  // the call that failed, "allocation" or "death"
+  bool reached = true;            // the scene had that many calls or allocations
+  bool unaided = true;            // a stop returned by itself
+};
+
+// ---- Faults --------------------------------------------------------------------------------------------
+
+// The calls or allocations of a scene, by name.
+Lines PointsOf(const Story& story, const Scene& scene, bool allocations) {
   story.Enter(scene);
-  platform::ArmFaultPlan({});
+  allocations ? FailAllocation(0) : platform::ArmFaultPlan({});
   story.Play(scene);
-  std::vector<std::string> calls = platform::DisarmFaultPlan();
-  story.Recover(scene, "nothing", report);
-  return calls;
+  return allocations ? Lines(AllocationsSeen(), "allocation") : platform::DisarmFaultPlan();
 }
 
-void FailEachCall(Story& story, const Scene& scene, const Options& options, std::size_t job, Report& report) {
-  const std::vector<std::string> calls = CallsOf(story, scene, report);
-  if (job == 0) report.Count("calls in the story", calls.size());
-  for (std::size_t n = 1; n <= calls.size(); ++n) {
-    if (n / options.every % options.jobs != job || n % options.every != 0) continue;
-    for (const bool repeat : {false, true}) {
-      platform::FaultPlan plan;
-      plan.action = platform::FaultPlan::Action::Fail;
-      plan.call = n;
-      plan.repeat = repeat;
-      report.Trial(scene.name + ", call " + std::to_string(n) + " (" + calls[n - 1] + ") fails" +
-                   (repeat ? " from then on" : ""));
-      std::size_t failed = 0;
-      std::string call;
-      Try(
-          story, scene, !repeat, report, [&] { platform::ArmFaultPlan(plan); },
-          [&] {
-            const std::vector<std::string> made = platform::DisarmFaultPlan();
-            failed = platform::CallsFailed();
-            if (n <= made.size()) call = made[n - 1];
-            return failed == 0 ? "nothing" : call;
-          });
-      report.Count("calls failed", failed);
-      report.Count(call.empty()  ? "stories that ended before the call"
-                   : failed == 0 ? "stories whose call cannot fail: " + call
-                   : repeat      ? "stories with a call that failed from then on"
-                                 : "stories with a call that failed once");
+Outcome FailCall(const Story& story, const Scene& scene, std::size_t n, bool repeat, Report& report) {
+  story.Enter(scene);
+  platform::ArmFaultPlan({.action = platform::FaultPlan::Action::Fail, .call = n, .repeat = repeat});
+  Outcome outcome{.unaided = story.Play(scene)};
+  const Lines calls = platform::DisarmFaultPlan();
+  outcome.reached = n <= calls.size();
+  if (platform::CallsFailed() != 0) outcome.cause = calls.at(n - 1);
+  report.Count("calls failed", platform::CallsFailed());
+  if (outcome.reached && platform::CallsFailed() == 0)
+    report.Count("stories whose call cannot fail: " + calls[n - 1]);
+  return outcome;
+}
+
+Outcome FailAllocationOf(const Story& story, const Scene& scene, std::size_t n) {
+  story.Enter(scene);
+  FailAllocation(n);
+  Outcome outcome{.unaided = story.Play(scene)};
+  outcome.reached = AllocationsSeen() >= n;
+  if (outcome.reached) outcome.cause = "allocation";
+  return outcome;
+}
+
+// The scene is played in a process of its own; this one finds the guest as that has left it.
+Outcome Die(const Story& story, const Scene& scene, std::size_t n) {
+  constexpr int died = 86;  // as the layer ends a process
+  std::cout << std::flush;
+  const pid_t process = fork();
+  if (process == 0) {
+    story.Enter(scene);
+    platform::ArmFaultPlan(
+        {.action = platform::FaultPlan::Action::EndProcess, .call = n, .ending = [] { host::SaveGuest(); }});
+    story.Play(scene);
+    platform::DisarmFaultPlan();
+    host::SaveGuest();
+    _exit(0);
+  }
+  int status = 0;
+  if (waitpid(process, &status, 0) < 0 || !WIFEXITED(status) ||
+      (WEXITSTATUS(status) != 0 && WEXITSTATUS(status) != died)) {
+    throw std::runtime_error("the process crashed");
+  }
+  host::OpenGuest(platform::GuestRoot());
+  const bool reached = WEXITSTATUS(status) == died;
+  return {reached ? "death" : "nothing", reached};
+}
+
+// ---- What must follow ----------------------------------------------------------------------------------
+
+// No launcher may lack its identity, its version information or all of its icons. Two faults can leave such a
+// one, one in the making and one in the removal, and so can a death; a single fault cannot.
+void FailHalfMade(const std::string& cause, Report& report) {
+  for (const auto& [path, launcher] : host::TakeSnapshot().launchers) {
+    if (!launcher.bundleId.empty() && !launcher.name.empty() && !launcher.description.empty() &&
+        !launcher.iconSizes.empty()) {
+      continue;
+    }
+    if (cause == "MultiByteToWideChar") {
+      report.Count("launchers with a name or an identifier that was not converted");
+    } else {
+      report.Fail("half-made: " + path);
     }
   }
 }
 
-void FailEachAllocation(Story& story, const Scene& scene, const Options& options, std::size_t job,
-                        Report& report) {
-  story.Enter(scene);
-  FailAllocation(0);
-  story.Play(scene);
-  const std::size_t allocations = AllocationsSeen();
-  story.Recover(scene, "nothing", report);
-  if (job == 0) report.Count("allocations in the story", allocations);
-  for (std::size_t n = 1; n <= allocations; ++n) {
-    if (n / options.every % options.jobs != job || n % options.every != 0) continue;
-    report.Trial(scene.name + ", allocation " + std::to_string(n) + " fails");
-    bool failed = false;
-    Try(
-        story, scene, true, report, [&] { FailAllocation(n); },
-        [&] {
-          failed = AllocationsSeen() >= n;
-          return "allocation";
-        });
-    if (failed) report.Count("stories with an allocation that failed");
+// "Off" may leave nothing beyond the residue. True: what it left is an application's whose removal failed.
+bool LeavesForGood(Guest& guest, const Story& story, Report& report) {
+  bool forGood = false;
+  guest.Off();
+  for (const std::string& line : host::BeyondResidue(story.untouched(), host::TakeSnapshot())) {
+    const bool known = IsLeftForGood(story, line);
+    if (!known) report.Fail("after \"off\", " + line);
+    forGood |= known;
   }
+  return forGood;
+}
+
+// Clean commands bring the guest to where it would be without the fault, and nothing is left open. Reports
+// each thing that is otherwise, and counts what outlives the next "on" as prescribed.
+void Recover(Guest& guest, const Story& story, const Scene& scene, const std::string& cause, Report& report) {
+  const auto differencesAfterOn = [&](const host::Snapshot& expected) {
+    guest.On(*scene.catalogue);
+    const host::Snapshot guestNow = host::TakeSnapshot();
+    std::vector<Difference> all = Differences(expected.files, guestNow.files);
+    std::ranges::move(Differences(expected.registry, guestNow.registry), std::back_inserter(all));
+    return all;
+  };
+  std::vector<Difference> lasting = differencesAfterOn(scene.expectedOn);
+  if (!lasting.empty()) {
+    lasting = differencesAfterOn(scene.expectedOn);
+    if (lasting.empty()) report.Count("second \"on\"s that were needed");
+  }
+  if (!lasting.empty() && cause == "CoInitialize") {
+    // Such a worker makes no shortcut, and so no launcher, for as long as it runs.
+    guest.Stop();
+    guest.StartUp();
+    lasting = differencesAfterOn(scene.expectedOn);
+    report.Count("new starts that were needed, of a worker without COM");
+  }
+  std::set<std::string> kinds;
+  for (const Difference& difference : lasting) {
+    const char* kind = LastingKind(story, scene, cause, difference);
+    if (!kind) report.Fail(difference.Text());
+    if (kind) kinds.insert(kind);
+  }
+  for (const std::string& kind : kinds) report.Count("left until the next \"off\": " + kind);
+  bool forGood = LeavesForGood(guest, story, report);
+  if (!lasting.empty()) {
+    for (const Difference& difference : differencesAfterOn(scene.expectedAnew)) {
+      if (!IsResidue(difference) && !IsLeftForGood(story, difference.path))
+        report.Fail("after \"off\" and \"on\", " + difference.Text());
+    }
+    forGood |= LeavesForGood(guest, story, report);
+  }
+  if (forGood) report.Count("left for good: entries of an application whose removal failed");
+  // A start frees what an earlier worker could not.
+  guest.Stop();
+  guest.Start();
+  guest.Stop();
+  for (const std::string& line : guest.LeftOpen()) {
+    if (line != "1 open: file") report.Fail(line);  // the log keeps its file
+  }
+}
+
+void TryPoint(Guest& guest, const Story& story, const Scene& scene, Fault fault, std::size_t n,
+              Report& report) {
+  const Outcome outcome = fault == Fault::Death ? Die(story, scene, n)
+                          : fault == Fault::Allocation
+                              ? FailAllocationOf(story, scene, n)
+                              : FailCall(story, scene, n, fault == Fault::CallsFromThenOn, report);
+  if (fault != Fault::Death && !guest.Settle()) guest.Stop();
+  if (fault == Fault::Call || fault == Fault::Allocation) FailHalfMade(outcome.cause, report);
+  if (!outcome.unaided) {
+    report.Count("stops whose message was lost, and which waited for the worker to end by itself");
+    // The stop does not look at the result of its message, and waits for the worker either way.
+    if (outcome.cause != "PostThreadMessageW") report.Fail("the stop does not return");
+  }
+  Recover(guest, story, scene, outcome.cause, report);
+  if (!outcome.reached) report.Count("stories that ended before the fault");
+  if (outcome.cause != "nothing") report.Count(std::string("stories with ") + names[static_cast<int>(fault)]);
+}
+
+Tally Try(const Options& options, const std::vector<Fault>& faults) {
+  return RunCrew(options.jobs, [&](std::size_t job, Report& report) {
+    report.Trial("the story without faults");
+    Guest guest(options.folder / std::to_string(job));
+    const Story story(guest, options.catalogue);
+    for (const Scene& scene : story.scenes()) {
+      const Lines points = PointsOf(story, scene, faults.front() == Fault::Allocation);
+      Recover(guest, story, scene, "nothing", report);
+      if (job == 0) report.Count("points of the story at which it happens", points.size());
+      for (std::size_t n = 1; n <= points.size(); ++n) {
+        if (!options.IsFor(job, n)) continue;
+        for (const Fault fault : faults) {
+          report.Trial(scene.name + ", number " + std::to_string(n) + " (" + points[n - 1] +
+                       "): " + names[static_cast<int>(fault)]);
+          TryPoint(guest, story, scene, fault, n, report);
+        }
+      }
+    }
+  });
 }
 
 }  // namespace
 
 Tally TryFaults(const Options& options) {
-  return InEachScene(options, FailEachCall);
+  return Try(options, {Fault::Call, Fault::CallsFromThenOn});
 }
 
 Tally TryAllocations(const Options& options) {
-  return InEachScene(options, FailEachAllocation);
+  return Try(options, {Fault::Allocation});
+}
+
+Tally TryDeaths(const Options& options) {
+  return Try(options, {Fault::Death});
 }
 
 }  // namespace trials

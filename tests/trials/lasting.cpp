@@ -1,79 +1,109 @@
 // The kinds are tied to the calls that can cause them, so that the same difference for another reason is a
-// fault.
+// fault. Paths stand as patterns in which a question mark is the sign before a value's name.
 #include "trials/lasting.h"
 
+#include <fnmatch.h>
+
 #include <algorithm>
-#include <regex>
+#include <optional>
 
 namespace trials {
 namespace {
 
-struct Kind {
+using enum Difference::How;
+
+const std::string classes = host::classesKey + "\\";
+
+// What is made with a launcher and not again.
+Lines OpenCommandOf(const std::string& launcher) {
+  return {classes + "Applications\\" + launcher + ".exe?",
+          classes + "Applications\\" + launcher + ".exe\\shell*"};
+}
+
+struct Lasting {
   const char* what;
-  const char* causes;
-  const char* differences;
+  Lines causes;  // calls by how their names begin, "allocation" or "death"; none: any
+  std::optional<Difference::How> how;
+  Lines paths;  // {gone}: of an application that the story drops or renames, {typeless}: without types
 };
 
-constexpr const char* anything = ".*";
-// Of the example catalogue: the applications that the changed one no longer lists, and those without types.
-#define GONE "(Café Chess|Ink Garden) \\(Mac\\)"
-#define TYPELESS "(Lantern|Wayfinder) \\(Mac\\)"
-
-const Kind kinds[] = {
-    {"a launcher without one of its icon images", "UpdateResourceW|allocation",
-     R"(wrong: .* \(Mac\)\.exe: .* bytes.*)"},
+const Lasting kinds[] = {
+    {"a launcher without one of its icon images",
+     {"UpdateResourceW", "allocation"},
+     Changed,
+     {"C:*(Mac).exe"}},
     {"a shortcut without one of its properties",
-     "IShellLinkW::SetPath|IShellLinkW::SetDescription|IUnknown::QueryInterface|IPropertyStore::.*",
-     R"(wrong: .* \(Mac\)\.lnk: .* bytes.*)"},
-    {"a launcher without its shortcut", "death", R"(missing: .* \(Mac\)\.lnk)"},
-    {"an application key without its open command", "death",
-     R"(missing: .*\\Applications\\.* \(Mac\)\.exe(\||\\shell.*))"},
-    {"an offer without its default value", "RegSetValueExW|death",
-     R"(missing: .*\\OpenWithList\\.* \(Mac\)\.exe\|)"},
-    {"entries or the shortcut of an application that is gone", anything, "extra: .*\\\\.*" GONE ".*"},
-    {"an application without types, whose launcher is there, without its open command", anything,
-     "missing: .*\\\\Applications\\\\" TYPELESS "\\.exe(\\||\\\\shell.*)"},
-    {"offers of an application whose name was not converted", "MultiByteToWideChar",
-     R"(extra: .*\\OpenWithList\\ \(Mac\)\.exe.*)"},
-    {"claims as earlier versions of Windows have them", "VerifyVersionInfoW",
-     R"([a-z]+: HKCU\\Software\\Classes\\(\.[a-z]+|[a-z]+_auto_file)(\\.*|\|.*)?)"},
+     {"IShellLinkW::SetPath", "IShellLinkW::SetDescription", "IUnknown::QueryInterface", "IPropertyStore::"},
+     Changed,
+     {"C:*(Mac).lnk"}},
+    {"a launcher without its shortcut", {"death"}, Missing, {"C:*(Mac).lnk"}},
+    {"an application key without its open command", {"death"}, Missing, OpenCommandOf("*(Mac)")},
+    {"an application without types, whose launcher is there, without its open command",
+     {},
+     Missing,
+     OpenCommandOf("{typeless}")},
+    {"an offer without its default value",
+     {"RegSetValueExW", "death"},
+     Missing,
+     {classes + ".*\\OpenWithList\\*(Mac).exe?"}},
+    {"entries or the shortcut of an application that is gone", {}, New, {"*{gone}*"}},
+    {"offers of an application whose name was not converted",
+     {"MultiByteToWideChar"},
+     New,
+     {classes + ".*\\OpenWithList\\ (Mac).exe*"}},
+    {"claims as earlier versions of Windows have them",
+     {"VerifyVersionInfoW"},
+     {},
+     {classes + ".*", classes + "*_auto_file*"}},
 };
-// What removes an application goes on after a failure; with its key and its launcher gone, nothing leads to
-// these.
-constexpr const char* forGood =
-    R"((after "off", unexpected|extra): HKCU\\.*(\\Tsrn\.Url\.|\\MacApps\\|\\RegisteredApplications(\||, value )))" GONE
-    ".*";
-#undef GONE
-#undef TYPELESS
 
-bool WasThere(const host::Snapshot& held, std::string difference) {
-  const std::string extra = "extra: ";
-  if (!difference.starts_with(extra)) return false;
-  std::replace(difference.begin(), difference.end(), '|', host::valueMark);
-  const std::string path = difference.substr(extra.size());
-  return held.registry.contains(path) || held.files.contains(path);
+bool Fits(const std::string& path, const std::string& pattern, const Story& story) {
+  for (const auto& [mark, names] : {std::pair{"{gone}", &story.gone()}, {"{typeless}", &story.typeless()}}) {
+    const std::size_t at = pattern.find(mark);
+    if (at == std::string::npos) continue;
+    return std::ranges::any_of(*names, [&](const std::string& name) {
+      return Fits(path, std::string(pattern).replace(at, std::string(mark).size(), name), story);
+    });
+  }
+  return fnmatch(pattern.c_str(), path.c_str(), FNM_NOESCAPE) == 0;
+}
+
+bool FitsOne(const std::string& path, const Lines& patterns, const Story& story) {
+  return std::ranges::any_of(patterns, [&](const auto& pattern) { return Fits(path, pattern, story); });
 }
 
 }  // namespace
 
-const char* LastingKind(const Scene& scene, const std::string& cause, const std::string& difference) {
-  for (const Kind& kind : kinds) {
-    if (std::regex_match(cause, std::regex(kind.causes)) &&
-        std::regex_match(difference, std::regex(kind.differences))) {
+const char* LastingKind(const Story& story, const Scene& scene, const std::string& cause,
+                        const Difference& difference) {
+  const std::string& path = difference.path;
+  const auto isCause = [&](const std::string& call) { return cause.starts_with(call); };
+  for (const Lasting& kind : kinds) {
+    if ((kind.causes.empty() || std::ranges::any_of(kind.causes, isCause)) &&
+        difference.how == kind.how.value_or(difference.how) && FitsOne(path, kind.paths, story)) {
       return kind.what;
     }
   }
-  const bool left = scene.name == "off" && WasThere(scene.held, difference);
-  return left ? "what an \"off\" did not reach, of an application that is no longer listed" : nullptr;
+  const bool wasThere = scene.held.registry.contains(path) || scene.held.files.contains(path);
+  return scene.name == "off" && difference.how == New && wasThere
+             ? "what an \"off\" did not reach, of an application that is no longer listed"
+             : nullptr;
 }
 
-bool IsLeftForGood(const std::string& difference) {
-  return std::regex_match(difference, std::regex(forGood));
+// What removes an application goes on after a failure; with its key and its launcher gone, nothing leads to
+// these.
+bool IsLeftForGood(const Story& story, const std::string& path) {
+  return FitsOne(path,
+                 {"*\\Tsrn.Url.{gone}*", "*\\MacApps\\{gone}*", "*\\RegisteredApplications?{gone}",
+                  "*\\RegisteredApplications, value {gone}"},
+                 story);
 }
 
-bool IsResidue(const std::string& difference) {
-  return std::regex_match(
-      difference, std::regex(R"((extra|missing): HKCU\\Software\\Classes\\\.[^\\]*(\\OpenWith.*|\|.*)?)"));
+bool IsResidue(const Difference& difference) {
+  const std::string& path = difference.path;
+  const std::size_t below = path.find('\\', classes.size());
+  return difference.how != Changed && path.starts_with(classes + ".") &&
+         (below == std::string::npos || path.compare(below, 9, "\\OpenWith") == 0);
 }
 
 }  // namespace trials

@@ -4,18 +4,19 @@
 
 #include <string>
 
-#include "trials/scenes.h"
+#include "trials/story.h"
 
 namespace trials {
 
 // The kind of a difference from the guest without faults; null for one that must not be. `cause` is the call
-// that failed, or what else happened.
-const char* LastingKind(const Scene& scene, const std::string& cause, const std::string& difference);
+// that failed, "allocation" or "death".
+const char* LastingKind(const Story& story, const Scene& scene, const std::string& cause,
+                        const Difference& difference);
 
 // An entry of an application that is gone, which no "off" finds any more.
-bool IsLeftForGood(const std::string& difference);
+bool IsLeftForGood(const Story& story, const std::string& path);
 
 // Entries that stay for good, as the design says: below the extensions' keys.
-bool IsResidue(const std::string& difference);
+bool IsResidue(const Difference& difference);
 
 }  // namespace trials

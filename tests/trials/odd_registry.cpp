@@ -1,255 +1,224 @@
 // Oddities of the registry. Keys and values that the module makes are taken from a host::GuestModel.
-#include <memory>
-#include <set>
+#include <platform/control.h>
 
-#include "host/text.h"
+#include <algorithm>
+
 #include "host/verify.h"
+#include "support/hive.h"
 #include "trials/odd_guests.h"
 
 namespace trials {
 namespace {
 
 using host::classesKey;
+using enum Road;
 
+const Roads allRoads = {Empty, Changed, Off};
 const std::string toolsKey = host::tessarineKey + "\\Tessarine Tools";
-const std::string installationKey = "HKLM\\SOFTWARE\\Tessarine\\Tessarine Tools";
-const std::string toolsFolder = "C:\\Program Files\\Tessarine\\Tools";
 
-std::string Utf16(const std::string& text, bool terminated = true) {
-  const auto wide = host::Widen(text);
-  return {reinterpret_cast<const char*>(wide.c_str()), (wide.size() + (terminated ? 1 : 0)) * sizeof(WCHAR)};
+// A text as a value holds it, but for its NUL.
+std::string Unterminated(const std::string& text) {
+  const std::string bytes = host::Utf16Bytes(text);
+  return bytes.substr(0, bytes.size() - sizeof(WCHAR));
 }
-
 Oddity::Doing Put(const std::string& key, const std::string& value, DWORD type, const std::string& bytes) {
-  return [=](Stage&) { PutData(key, value, type, bytes); };
+  return [=] { hive::PutData(key, value, type, bytes); };
 }
 Oddity::Doing Text(const std::string& key, const std::string& value, const std::string& text) {
-  return Put(key, value, REG_SZ, Utf16(text));
+  return Put(key, value, REG_SZ, host::Utf16Bytes(text));
 }
 Oddity::Doing Drop(const std::string& key) {
-  return [=](Stage&) { DropKey(key); };
+  return [=] { hive::Drop(key); };
 }
 Oddity::Doing Make(const std::string& key) {
-  return [=](Stage&) { PutKey(key); };
+  return [=] { hive::PutKey(key); };
 }
 Oddity::Doing Both(const Oddity::Doing& first, const Oddity::Doing& second) {
-  return [=](Stage& stage) {
-    first(stage);
-    second(stage);
+  return [=] {
+    first();
+    second();
   };
 }
 
-bool IsAtOrBelow(const std::string& path, const std::string& key) {
-  return path.size() >= key.size() && host::EqualNoCase(path.substr(0, key.size()), key) &&
-         (path.size() == key.size() || path[key.size()] == '\\' || path[key.size()] == host::valueMark);
-}
-
-host::Snapshot Furnished(const Stage& stage, bool changed) {
-  host::GuestModel model(stage.before, stage.around);
-  model.On(stage.usual);
-  if (changed) model.On(stage.changed);
-  return model.expected();
+host::Entries Furnished(const Setting& setting, bool changed) {
+  host::GuestModel model(setting.before, setting.around);
+  model.On(setting.usual);
+  if (changed) model.On(setting.changed);
+  return model.expected().registry;
 }
 
 // Where the tools are installed; everything but a text is as good as nothing.
 void AddInstallLocations(std::vector<Oddity>& table) {
-  const auto whole =
-      Both(Drop("HKLM\\SOFTWARE\\Tessarine"), Text(installationKey, "InstallLocation", toolsFolder));
-  const auto add = [&](const char* what, const Oddity::Doing& make, auto fate, const Oddity::Doing& lift) {
-    table.push_back(
-        {.name = std::string("installation location: ") + what, .make = make, .lift = lift, .fate = fate});
+  const std::string wide = "HKLM\\SOFTWARE\\Tessarine", narrow = "HKLM\\SOFTWARE\\Wow6432Node\\Tessarine";
+  const std::string key = "\\Tessarine Tools", value = "InstallLocation";
+  const std::string folder = "C:\\Program Files\\Tessarine\\Tools";
+  const auto whole = Both(Drop(wide), Text(wide + key, value, folder));
+  struct Location {
+    const char* what;
+    DWORD type;
+    std::string bytes;
+    Fate fate;
   };
-  const auto put = [&](const char* what, DWORD type, const std::string& bytes, auto fate) {
-    add(what, Put(installationKey, "InstallLocation", type, bytes), fate, whole);
-  };
-  put("a number", REG_DWORD, "\1\2\3\4", NewOnesMissing);
-  put("bytes", REG_BINARY, "abc", NewOnesMissing);
-  put("expandable", REG_EXPAND_SZ, Utf16(toolsFolder), NewOnesMissing);
-  put("a list", REG_MULTI_SZ, Utf16(toolsFolder), NewOnesMissing);
-  put("empty", REG_SZ, Utf16(""), NewOnesMissing);
-  put("nothing at all", REG_SZ, "", NewOnesMissing);
-  put("too long", REG_SZ, Utf16(std::string(300, 'x')), NewOnesMissing);
-  put("elsewhere", REG_SZ, Utf16("D:\\Tools"), NewOnesMissing);
-  put("with a backslash", REG_SZ, Utf16(toolsFolder + "\\"), AllRight);
-  put("unterminated", REG_SZ, Utf16(toolsFolder, false), AllRight);
-  add("missing", Both(Drop("HKLM\\SOFTWARE\\Tessarine"), Make(installationKey)), NewOnesMissing, whole);
-  const std::string narrow = "HKLM\\SOFTWARE\\Wow6432Node\\Tessarine";
-  add("in the 32-bit view",
-      Both(Drop("HKLM\\SOFTWARE\\Tessarine"),
-           Text(narrow + "\\Tessarine Tools", "InstallLocation", toolsFolder)),
-      AllRight, Both(Drop(narrow), whole));
+  for (const Location& each : {
+           Location{"a number", REG_DWORD, "\1\2\3\4", Fate::NoneNew},
+           {"bytes", REG_BINARY, "abc", Fate::NoneNew},
+           {"expandable", REG_EXPAND_SZ, host::Utf16Bytes(folder), Fate::NoneNew},
+           {"a list", REG_MULTI_SZ, host::Utf16Bytes(folder), Fate::NoneNew},
+           {"empty", REG_SZ, host::Utf16Bytes(""), Fate::NoneNew},
+           {"nothing at all", REG_SZ, "", Fate::NoneNew},
+           {"too long", REG_SZ, host::Utf16Bytes(std::string(300, 'x')), Fate::NoneNew},
+           {"elsewhere", REG_SZ, host::Utf16Bytes("D:\\Tools"), Fate::NoneNew},
+           {"with a backslash", REG_SZ, host::Utf16Bytes(folder + "\\"), Fate::Right},
+           {"unterminated", REG_SZ, Unterminated(folder), Fate::Right},
+       }) {
+    table.push_back({std::string("installation location: ") + each.what,
+                     Put(wide + key, value, each.type, each.bytes), whole, each.fate});
+  }
+  table.push_back(
+      {"installation location: missing", Both(Drop(wide), Make(wide + key)), whole, Fate::NoneNew});
+  table.push_back({"installation location: in the 32-bit view",
+                   Both(Drop(wide), Text(narrow + key, value, folder)), Both(Drop(narrow), whole),
+                   Fate::Right});
 }
 
 // Keys of the installer's that are missing.
 void AddMissingKeys(std::vector<Oddity>& table) {
   const std::string applications = classesKey + "\\Applications";
-  table.push_back({.name = "no tools key", .make = Drop(toolsKey), .lift = Make(toolsKey), .foreseen = true});
-  table.push_back({.name = "no registered applications",
-                   .make = Drop(host::registeredKey),
-                   .lift = Make(host::registeredKey),
-                   .foreseen = true});
-  table.push_back({.name = "no application keys",
-                   .make = Drop(applications),
-                   .lift = Make(applications),
-                   .roads = {Road::Empty},
-                   .foreseen = true});
-  // Launchers outlive them.
-  table.push_back({.name = "no application keys",
-                   .make = Drop(applications),
-                   .lift = Make(applications),
-                   .roads = {Road::Changed, Road::Off},
-                   .foreseen = true,
-                   .orphans = {Road::Changed, Road::Off}});
-  table.push_back({.name = "no classes",
-                   .make = Drop(classesKey),
-                   .lift = Make(applications),
-                   .roads = {Road::Empty},
-                   .foreseen = true});
+  const auto add = [&](const char* what, const std::string& key, const std::string& made,
+                       const Roads& roads) {
+    table.push_back({what, Drop(key), Make(made), Fate::Any, roads, {}, true});
+  };
+  add("no tools key", toolsKey, toolsKey, allRoads);
+  add("no registered applications", host::registeredKey, host::registeredKey, allRoads);
+  add("no classes", classesKey, applications, {Empty});
+  add("no application keys", applications, applications, allRoads);
+  table.back().orphans = {Changed, Off};  // launchers outlive them
 }
 
 // Other programs' entries of the very names that ours have, before sharing begins.
-void AddNamesakes(std::vector<Oddity>& table, const Stage& stage) {
-  const host::Application& app = stage.usual.applications().at(2);
-  const std::string full = app.name + " (Mac)", exe = full + ".exe";
+void AddNamesakes(std::vector<Oddity>& table, const Setting& setting) {
+  const host::Application& app = setting.usual.applications().at(2);
+  const std::string full = app.name + " (Mac)", exe = full + ".exe", command = "\\shell\\open\\command";
   const std::string type = app.defaultTypes.at(0), scheme = app.urlSchemes.at(0);
-  const std::string appKey = classesKey + "\\Applications\\" + exe,
-                    claim = classesKey + "\\" + type + "_auto_file";
-  const std::string extension = classesKey + "\\." + type, schemeKey = classesKey + "\\" + scheme;
-  const std::string progId = classesKey + "\\Tsrn.Url." + full, macApps = toolsKey + "\\MacApps\\" + full;
-  const auto add = [&](const char* what, const Oddity::Doing& make, std::vector<std::string> untilOff = {},
-                       std::vector<std::string> forGood = {}) {
+  const std::string appKey = classesKey + "\\Applications\\" + exe;
+  const std::string claim = classesKey + "\\" + type + "_auto_file", extension = classesKey + "\\." + type;
+  const std::string schemeKey = classesKey + "\\" + scheme, progId = classesKey + "\\Tsrn.Url." + full;
+  const std::string number = "\1\2\3\4", other = classesKey + "\\Foreign.1";
+  const auto add = [&](const char* what, const Oddity::Doing& make, const Lines& untilOff = {},
+                       const Lines& forGood = {}) {
     table.push_back({.name = std::string("before us: ") + what,
                      .make = make,
-                     .fate = AllRight,
-                     .roads = {Road::Empty},
+                     .fate = Fate::Right,
+                     .roads = {Empty},
                      .foreseen = true,
-                     .untilOff = std::move(untilOff),
-                     .forGood = std::move(forGood)});
+                     .untilOff = untilOff,
+                     .forGood = forGood});
   };
-  add("an application key",
-      Both(Text(appKey, "Foreign", "x"), Text(appKey + "\\shell\\open\\command", "", "x")),
+  add("an application key", Both(Text(appKey, "Foreign", "x"), Text(appKey + command, "", "x")),
       {"value Foreign"});
   add("an application key's key", Make(appKey + "\\Foreign"), {"\\Foreign"});
-  add("a URL ProgID", Both(Text(progId + "\\shell\\open\\command", "", "x"), Text(progId, "", "x")),
+  add("a URL ProgID", Both(Text(progId + command, "", "x"), Text(progId, "", "x")),
       {"Tsrn.Url." + full + ", value (default)"});
-  add("capabilities", Text(macApps + "\\Capabilities\\FileAssociations", ".x", "x"));
+  add("capabilities", Text(toolsKey + "\\MacApps\\" + full + "\\Capabilities\\FileAssociations", ".x", "x"));
   add("a registered application", Text(host::registeredKey, full, "Software\\Foreign"));
   add("an offer", Make(extension + "\\OpenWithList\\" + exe + "\\Foreign"));
-  add("a claim",
-      Both(Text(claim + "\\shell\\open\\command", "", "x"), Text(claim + "\\DefaultIcon", "", "x")),
+  add("a claim", Both(Text(claim + command, "", "x"), Text(claim + "\\DefaultIcon", "", "x")),
       {"DefaultIcon"});
-  add("a default that is a number", Put(extension, "", REG_DWORD, "\1\2\3\4"));
+  add("a default that is a number", Put(extension, "", REG_DWORD, number));
   add("a default that is bytes", Put(extension, "", REG_BINARY, "abc"));
-  add("a scheme declared by a number", Put(schemeKey, "URL Protocol", REG_DWORD, "\1\2\3\4"));
+  add("a scheme declared by a number", Put(schemeKey, "URL Protocol", REG_DWORD, number));
   add("a scheme described by a number",
-      Both(Put(schemeKey, "", REG_DWORD, "\1\2\3\4"), Put(schemeKey, "URL Protocol", REG_BINARY, "abc")));
+      Both(Put(schemeKey, "", REG_DWORD, number), Put(schemeKey, "URL Protocol", REG_BINARY, "abc")));
   // A class that nobody has declared a scheme becomes one; with keys below it, it is taken for another's and
   // stays.
-  add("a class named like a scheme", Text(schemeKey + "\\shell\\open\\command", "", "x"), {scheme},
-      {schemeKey});
+  add("a class named like a scheme", Text(schemeKey + command, "", "x"), {scheme}, {schemeKey});
   // An extension that another program opens is not claimed.
-  const std::string other = classesKey + "\\Foreign.1";
-  add("an association",
-      Both(Text(extension, "", "Foreign.1"), Text(other + "\\shell\\open\\command", "", "x")),
+  add("an association", Both(Text(extension, "", "Foreign.1"), Text(other + command, "", "x")),
       {type + "_auto_file", "OpenWithProgids", "Foreign.1"}, {"Foreign.1"});
-  table.back().fate = [=](const host::Application& each, Road, bool) {
-    return each.name == app.name ? Fate::Any : Fate::Right;
-  };
+  table.back().touched = {app.name};
 }
 
-}  // namespace
-
-std::vector<Oddity> RegistryOddities(const Stage& stage) {
-  std::vector<Oddity> table;
-  AddInstallLocations(table);
-  AddMissingKeys(table);
-  AddNamesakes(table, stage);
-  return table;
-}
-
-std::vector<Oddity> DeniedKeys(const Stage& stage) {
-  // Who is touched by a denied key: those that have an entry at it or below it.
-  auto entries = std::make_shared<std::map<std::string, host::Entries>>();
-  for (const host::Catalogue* catalogue : {&stage.usual, &stage.changed}) {
-    for (const host::Application& app : catalogue->applications()) {
-      (*entries)[app.name] = stage.EntriesOf(app).registry;
-    }
-  }
-  std::map<std::string, std::vector<Road>, host::PathLess> keys = {
-      {"HKCU", {Road::Empty, Road::Changed, Road::Off}},
-      {"HKCU\\Software", {Road::Empty, Road::Changed, Road::Off}}};
+// Each key of the furnished guest. Those are touched that have an entry at it or below it, and all by the two
+// keys that each application opens.
+void AddDeniedKeys(std::vector<Oddity>& table, const Setting& setting) {
+  std::map<std::string, Roads, host::PathLess> keys = {{"HKCU", allRoads}, {"HKCU\\Software", allRoads}};
   for (const bool changed : {true, false}) {
-    for (const auto& [path, text] : Furnished(stage, changed).registry) {
-      if (path.find(host::valueMark) == std::string::npos) {
-        keys[path] =
-            changed ? std::vector{Road::Changed} : std::vector{Road::Empty, Road::Changed, Road::Off};
-      }
+    for (const auto& [path, data] : Furnished(setting, changed)) {
+      if (path.find(host::valueMark) == std::string::npos) keys[path] = changed ? Roads{Changed} : allRoads;
     }
   }
-  std::vector<Oddity> table;
+  std::map<std::string, host::Entries> entries;
+  for (const host::Catalogue* catalogue : {&setting.usual, &setting.changed}) {
+    for (const host::Application& app : catalogue->applications())
+      entries[app.name] = setting.EntriesOf(app).registry;
+  }
   for (const auto& [key, roads] : keys) {
     const std::string path = "HKEY_CURRENT_USER" + key.substr(4);
-    Oddity oddity{.name = "denied: " + key,
-                  .make = [=](Stage&) { platform::DenyKey(path, true); },
-                  .lift = [=](Stage&) { platform::DenyKey(path, false); },
-                  .fate =
-                      [=, denied = key](const host::Application& app, Road, bool) {
-                        const host::Entries& own = entries->at(app.name);
-                        const bool touched = std::any_of(own.begin(), own.end(), [&](const auto& entry) {
-                          return IsAtOrBelow(entry.first, denied);
-                        });
-                        const bool openedByAll = denied == toolsKey || denied == host::registeredKey;
-                        return touched || openedByAll ? Fate::Any : Fate::Right;
-                      },
-                  .roads = roads};
+    Oddity oddity{"denied: " + key, [=] { platform::DenyKey(path, true); },
+                  [=] { platform::DenyKey(path, false); }, Fate::Right, roads};
+    for (const auto& [name, own] : entries) {
+      const bool openedByAll = key == toolsKey || key == host::registeredKey;
+      if (openedByAll ||
+          std::ranges::any_of(own, [&](const auto& entry) { return IsAtOrBelow(entry.first, key); }))
+        oddity.touched.insert(name);
+    }
     // The first sweep takes the application keys, the next cannot begin: the withdrawal leaves the folders.
-    if (key == classesKey) oddity.orphans = {Road::Off};
+    if (key == classesKey) oddity.orphans = {Off};
     // A removal that may not delete these two goes on, and nothing finds them again once the application's
     // own key is gone.
-    for (const host::Application& app : stage.usual.applications()) {
-      if (stage.changed.Find(app.name)) continue;
-      for (const std::string& own :
-           {classesKey + "\\Tsrn.Url." + app.name, toolsKey + "\\MacApps\\" + app.name}) {
-        if (IsAtOrBelow(key, own + " (Mac)")) oddity.forGood.push_back(own + " (Mac)");
+    for (const host::Application& app : setting.usual.applications()) {
+      for (const std::string& own : {classesKey + "\\Tsrn.Url." + app.name + " (Mac)",
+                                     toolsKey + "\\MacApps\\" + app.name + " (Mac)"}) {
+        if (!setting.changed.Find(app.name) && IsAtOrBelow(key, own)) oddity.forGood.push_back(own);
       }
     }
     table.push_back(std::move(oddity));
   }
-  return table;
 }
 
-std::vector<Oddity> SpoiltValues(const Stage& stage) {
-  const std::pair<DWORD, std::string> spoilt[] = {
-      {REG_DWORD, "\1\2\3\4"},
-      {REG_BINARY, "abc"},
-      {REG_NONE, ""},
-      {REG_SZ, Utf16("x", false)},
-      {REG_SZ, "xyz"},
-      {REG_SZ, Utf16(std::string(200, 'x'))},
-      {REG_BINARY, std::string(2000, 'x')},
-  };
-  std::vector<Oddity> table;
-  const host::Snapshot furnished = Furnished(stage, false);
-  for (const auto& [path, data] : furnished.registry) {
-    const auto mark = path.find(host::valueMark);
-    if (mark == std::string::npos || stage.before.registry.contains(path)) continue;
+// Each value that the module has made, of another type or length.
+void AddSpoiltValues(std::vector<Oddity>& table, const Setting& setting) {
+  const std::pair<DWORD, std::string> spoilt[] = {{REG_DWORD, "\1\2\3\4"},
+                                                  {REG_BINARY, "abc"},
+                                                  {REG_NONE, ""},
+                                                  {REG_SZ, Unterminated("x")},
+                                                  {REG_SZ, "xyz"},
+                                                  {REG_SZ, host::Utf16Bytes(std::string(200, 'x'))},
+                                                  {REG_BINARY, std::string(2000, 'x')}};
+  std::size_t count = 0;
+  for (const auto& [path, text] : Furnished(setting, false)) {
+    const std::size_t mark = path.find(host::valueMark);
+    if (mark == std::string::npos || setting.before.registry.contains(path)) continue;
     const std::string key = path.substr(0, mark), value = path.substr(mark + 1);
-    const auto& [type, bytes] = spoilt[table.size() % std::size(spoilt)];
-    const auto mend = [=, path = path, data = data](Stage&) {
+    const auto& [type, bytes] = spoilt[count++ % std::size(spoilt)];
+    const auto mend = [=, path = path, data = text] {
       if (!host::TakeSnapshot().registry.contains(path)) return;
       if (host::IsRegistryText(data)) {
-        PutText(key, value, host::TextOfValue(data));
+        hive::PutText(key, value, host::TextOfValue(data));
       } else {
-        PutData(key, value, REG_NONE, "");
+        hive::PutData(key, value, REG_NONE, "");
       }
     };
-    table.push_back({.name = "type " + std::to_string(type) + ", " + std::to_string(bytes.size()) +
-                             " bytes: " + key + ", value " + value,
-                     .make = Put(key, value, type, bytes),
-                     .lift = mend,
-                     .roads = {Road::Changed, Road::Off},
-                     .foreseen = true});
+    const std::string what = "type " + std::to_string(type) + ", " + std::to_string(bytes.size()) + " bytes";
+    table.push_back({what + ": " + key + ", value " + value,
+                     Put(key, value, type, bytes),
+                     mend,
+                     Fate::Any,
+                     {Changed, Off},
+                     {},
+                     true});
   }
+}
+
+}  // namespace
+
+std::vector<Oddity> RegistryOddities(const Setting& setting) {
+  std::vector<Oddity> table;
+  AddInstallLocations(table);
+  AddMissingKeys(table);
+  AddNamesakes(table, setting);
+  AddDeniedKeys(table, setting);
+  AddSpoiltValues(table, setting);
   return table;
 }
 

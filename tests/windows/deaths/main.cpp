@@ -13,6 +13,7 @@
 #include <set>
 #include <stdexcept>
 
+#include "common/handles.h"
 #include "host/catalogue.h"
 #include "host/gate.h"
 #include "host/guest_view.h"
@@ -39,40 +40,37 @@ void Expect(const std::vector<std::string>& differences, const std::string& when
   Fail(text);
 }
 
-// A guest process that runs the module; ended with the object at the latest.
-class GuestProcess {
- public:
-  GuestProcess() {
-    std::array<wchar_t, MAX_PATH> program{};
-    GetModuleFileNameW(nullptr, program.data(), MAX_PATH);
-    std::wstring commandLine = L"velomira_deaths guest";
-    STARTUPINFOW startup{};
-    startup.cb = sizeof startup;
-    if (!CreateProcessW(program.data(), commandLine.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
-                        &startup, &process_)) {
-      Fail("a guest process cannot be started: error " + std::to_string(GetLastError()));
-    }
+// A process that runs the module, until it is ended.
+UniqueHandle StartGuestProcess() {
+  std::array<wchar_t, MAX_PATH> program{};
+  GetModuleFileNameW(nullptr, program.data(), MAX_PATH);
+  std::wstring commandLine = L"velomira_deaths guest";
+  STARTUPINFOW startup{};
+  startup.cb = sizeof startup;
+  PROCESS_INFORMATION started{};
+  if (!CreateProcessW(program.data(), commandLine.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
+                      &startup, &started)) {
+    Fail("a guest process cannot be started: error " + std::to_string(GetLastError()));
   }
-  ~GuestProcess() {
-    TerminateProcess(process_.hProcess, 1);
-    WaitForSingleObject(process_.hProcess, INFINITE);
-    CloseHandle(process_.hThread);
-    CloseHandle(process_.hProcess);
-  }
-  GuestProcess(const GuestProcess&) = delete;
-  GuestProcess& operator=(const GuestProcess&) = delete;
+  CloseHandle(started.hThread);
+  return UniqueHandle(started.hProcess);
+}
 
- private:
-  PROCESS_INFORMATION process_{};
-};
+// Made with the launcher and never again: the shortcut and the open command. They are missing where a
+// process ended just before it made them, or while "off" was deleting the key.
+bool IsMadeOnce(const std::string& difference) {
+  return difference.starts_with("missing: ") &&
+         (difference.ends_with(" (Mac).lnk") ||
+          (difference.find("\\Classes\\Applications\\") != std::string::npos &&
+           (difference.find("\\shell") != std::string::npos || difference.ends_with("value (default)"))));
+}
 
 class Deaths {
  public:
   explicit Deaths(const host::Catalogue& catalogue) : catalogue_(catalogue), changed_(catalogue) {
-    const std::string renamed = catalogue.applications().at(0).name,
-                      gone = catalogue.applications().at(1).name;
-    changed_.Rename(renamed, renamed + " Deluxe");
-    changed_.Remove(gone);
+    const auto& apps = catalogue.applications();
+    changed_.Rename(apps.at(0).name, apps.at(0).name + " Deluxe");
+    changed_.Remove(apps.at(1).name);
     gate_->Serve([this](std::span<const std::byte> envelope) {
       const std::lock_guard lock(mutex_);
       announcements_ += host::ReadQuestion(envelope).code == 100;
@@ -89,6 +87,10 @@ class Deaths {
     start_ = host::TakeSnapshot();
   }
 
+  ~Deaths() { EndProcess(); }
+  Deaths(const Deaths&) = delete;
+  Deaths& operator=(const Deaths&) = delete;
+
   // Point `number` of `points`; the three commands take turns.
   void Die(int number, int points) {
     const auto what = static_cast<std::size_t>(number % 3);
@@ -102,22 +104,14 @@ class Deaths {
 
     const auto start = Clock::now();
     gate_->Push(host::SharingCommand(on));
-    while (Clock::now() - start < delay) {
-      if (delay - (Clock::now() - start) > 2ms) Sleep(1);
-    }
+    while (Clock::now() - start < delay) Sleep(delay - (Clock::now() - start) > 2ms ? 1 : 0);
     within_ += !gate_->WaitIdle(0ms);
     NextProcess();
 
-    const std::string when =
-        std::string(names[what]) + " was cut off after " +
-        std::to_string(std::chrono::duration_cast<std::chrono::microseconds>(delay).count()) +
-        " microseconds";
+    const std::string when = std::string(names[what]) + " was cut off after " +
+                             std::to_string(std::chrono::duration<double>(delay).count()) + " s";
     const Snapshot left = host::TakeSnapshot();
-    std::string text;
-    for (const auto* entries : {&left.files, &left.registry}) {
-      for (const auto& [path, data] : *entries) text += path + "=" + data + "\n";
-    }
-    guests_.insert(text);
+    guests_.insert({left.files, left.registry});
     // The next "on" does what it must with what is there; where it finds a launcher without its key, that is
     // to remove it, and the one after completes the guest.
     const host::Catalogue& wanted = what == 1 ? changed_ : catalogue_;
@@ -139,34 +133,34 @@ class Deaths {
     Expect(host::BeyondResidue(before_, start_), "beyond the residue after " + when);
   }
 
-  int within() const { return within_; }
-  int partial() const { return partial_; }
-  std::size_t guests() const { return guests_.size(); }
+  void Report(int points) const {
+    std::cout << points << " deaths, " << within_ << " of them within their command, left " << guests_.size()
+              << " different guests; each was mended, " << partial_
+              << " but for a shortcut or an open command, and taken back\n";
+    if (2 * within_ < points) Fail("too few within a command: is the machine much faster at times?");
+  }
 
  private:
   static constexpr const char* names[] = {"\"on\"", "a change", "\"off\""};
-
-  // Made with the launcher and never again: the shortcut and the open command. They are missing where a
-  // process ended just before it made them, or while "off" was deleting the key.
-  static bool IsMadeOnce(const std::string& difference) {
-    if (!difference.starts_with("missing: ")) return false;
-    if (difference.ends_with(" (Mac).lnk")) return true;
-    return difference.find("\\Classes\\Applications\\") != std::string::npos &&
-           (difference.find("\\shell") != std::string::npos || difference.ends_with("value (default)"));
-  }
 
   void Share(const host::Catalogue& catalogue) {
     const std::lock_guard lock(mutex_);
     shared_ = catalogue;
   }
 
+  void EndProcess() {
+    TerminateProcess(process_.get(), 1);
+    WaitForSingleObject(process_.get(), INFINITE);
+    process_.reset();
+  }
+
   // Ends the guest's process, and returns when the next one waits for commands.
   void NextProcess() {
-    process_.reset();
+    EndProcess();
     Await([&] { return gate_->Facts().opens == gate_->Facts().closes; }, "the dead process keeps its device");
     CheckBreaches(true);
     const int before = announcements_;
-    process_ = std::make_unique<GuestProcess>();
+    process_ = StartGuestProcess();
     Await([&] { return announcements_ != before; }, "a guest process does not announce itself");
     AwaitIdle();
   }
@@ -207,13 +201,13 @@ class Deaths {
   host::Catalogue shared_;
   std::atomic<int> announcements_ = 0;
   std::unique_ptr<host::Gate> gate_ = host::CreateGate();
-  std::unique_ptr<GuestProcess> process_;
+  UniqueHandle process_;
   Snapshot before_, start_;  // without applications: at first, and before the point's commands
   std::array<Clock::duration, 3> lasts_{};
   std::size_t breaches_ = 0;  // those that have been looked at
   double pace_ = 1;
   int within_ = 0, partial_ = 0;
-  std::set<std::string> guests_;
+  std::set<std::pair<host::Entries, host::Entries>> guests_;  // that a death has left
 };
 
 int Run(int count, wchar_t** arguments) {
@@ -228,10 +222,7 @@ int Run(int count, wchar_t** arguments) {
   host::PrepareGuest();
   Deaths deaths(host::Catalogue::Load(arguments[1]));
   for (int i = 0; i < points; ++i) deaths.Die(i, points);
-  std::cout << points << " deaths, " << deaths.within() << " of them within their command, left "
-            << deaths.guests() << " different guests; each was mended, " << deaths.partial()
-            << " but for a shortcut or an open command, and taken back\n";
-  if (2 * deaths.within() < points) Fail("too few within a command: is the machine much faster at times?");
+  deaths.Report(points);
   return 0;
 }
 

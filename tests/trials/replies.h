@@ -4,10 +4,11 @@
 
 #include <windows.h>
 
-#include <map>
 #include <string>
 
 #include "host/catalogue.h"
+#include "host/gate.h"
+#include "host/resources.h"
 
 namespace trials {
 
@@ -18,22 +19,15 @@ constexpr std::uint32_t RoomOf(Kind kind) {
   return kind == Kind::Icons ? 277764 : 32748;
 }
 
-// What a host does in answer to one request.
-struct Misdeed {
-  host::Bytes bytes;              // written over the request, the envelope's header included
-  std::uint32_t returned = 48;    // bytes that the control call reports
-  std::uint32_t systemError = 0;  // other than 0: the control call fails with it
-};
-
 // What the guest takes over from a reply.
 struct Taken {
   using Texts = std::vector<std::basic_string<WCHAR>>;
-  std::string raised{};                 // the message without its place; empty when nothing is raised
-  Texts texts{};                        // a list's identifiers and names in turn, or document types
-  Texts defaults{};                     // default types
-  Texts schemes{};                      // URL schemes
-  bool anyType = false;                 // offered for every type
-  std::map<WORD, host::Bytes> icons{};  // icon images and their group by identifier, when nothing is raised
+  std::string raised{};     // the message without its place; empty when nothing is raised
+  Texts texts{};            // a list's identifiers and names in turn, or document types
+  Texts defaults{};         // default types
+  Texts schemes{};          // URL schemes
+  bool anyType = false;     // offered for every type
+  host::Resources icons{};  // icon images and their group, when nothing is raised
   bool operator==(const Taken&) const = default;
 };
 
@@ -45,13 +39,15 @@ struct Item {
 // The items of `data` up to its end or to the first that does not fit; true when all fit.
 bool SplitItems(std::span<const std::byte> data, std::vector<Item>& items);
 
+std::string TextOf(std::span<const std::byte> bytes);
+
 // The icon image of a bitmap file; empty, or the message with which the bitmap is refused.
 std::string ExpectIcon(std::span<const std::byte> bitmap, bool buildMask, host::Bytes& icon);
 
 // The simulated host's answer to one question.
 host::Bytes RealReply(Kind kind, const host::Catalogue& catalogue, const std::string& argument);
 
-// `request` is the whole envelope over which the reply is written.
-Taken Expect(Kind kind, const Misdeed& misdeed, host::Bytes request);
+// `request` is the whole envelope over which the reply is written; `fails`: the control call does.
+Taken Expect(Kind kind, const host::Reply& reply, bool fails, host::Bytes request);
 
 }  // namespace trials

@@ -3,8 +3,6 @@
 #pragma once
 
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <string>
 
@@ -15,12 +13,8 @@ extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t s
 
 namespace fuzz {
 
-// Ends the process, which the fuzzer reports with the input.
-inline void Check(bool holds, const std::string& what) {
-  if (holds) return;
-  std::fprintf(stderr, "property broken: %s\n", what.c_str());
-  std::abort();
-}
+// Ends the process when the property does not hold, which the fuzzer reports with the input.
+void Check(bool holds, const std::string& what);
 
 // An empty folder for drive C of this process' guest, gone at its end.
 std::filesystem::path GuestFolder();
