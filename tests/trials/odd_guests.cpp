@@ -59,7 +59,9 @@ class Walk {
     oddity_.make();
     host::GuestModel model(host::TakeSnapshot(), setting_.around);
     guest_.StartUp();
+    const std::uint64_t before = guest_.asked(103);
     guest_.CarryOut(host::SharingCommand(road_ != Road::Off));
+    const std::uint64_t icons = guest_.asked(103) - before;
     road_ == Road::Off ? model.Off() : model.On(shared_);
     guest_.CarryOut(host::AnnounceCommand());
     Lines differences = model.Compare(host::TakeSnapshot());
@@ -68,6 +70,11 @@ class Walk {
     oddity_.lift();
     const host::Snapshot outcome = host::TakeSnapshot();
     if (oddity_.misfit) CheckFiles(outcome.files);
+    // Where no file can have its name, or its request fails before it comes here, nobody asks about it.
+    if (oddity_.misfit && oddity_.misfit->name == "Misfit" && oddity_.misfit->failing == Kind::List &&
+        icons != shared_.applications().size() + 1) {
+      throw std::runtime_error("the misfit was never asked for");
+    }
     if (oddity_.fate != Fate::Any) CheckFates(start, outcome);
     CheckOnAndOff();
     guest_.StopCleanly();

@@ -34,14 +34,24 @@ constexpr auto patience = 60s;
   throw std::runtime_error(what);
 }
 void Expect(const std::vector<std::string>& differences, const std::string& when) {
-  if (differences.empty()) return;
   std::string text = "the guest does not hold what it must " + when + ":";
   for (const std::string& difference : differences) text += "\n  " + difference;
-  Fail(text);
+  if (!differences.empty()) Fail(text);
 }
 
-// A process that runs the module, until it is ended.
-UniqueHandle StartGuestProcess() {
+// A process that runs the module, until its owner ends it.
+struct GuestProcessTraits {
+  using Handle = HANDLE;
+  static Handle invalid() { return nullptr; }
+  static void close(Handle process) {
+    TerminateProcess(process, 1);
+    WaitForSingleObject(process, INFINITE);
+    CloseHandle(process);
+  }
+};
+using GuestProcess = Unique<GuestProcessTraits>;
+
+GuestProcess StartGuestProcess() {
   std::array<wchar_t, MAX_PATH> program{};
   GetModuleFileNameW(nullptr, program.data(), MAX_PATH);
   std::wstring commandLine = L"velomira_deaths guest";
@@ -53,7 +63,7 @@ UniqueHandle StartGuestProcess() {
     Fail("a guest process cannot be started: error " + std::to_string(GetLastError()));
   }
   CloseHandle(started.hThread);
-  return UniqueHandle(started.hProcess);
+  return GuestProcess(started.hProcess);
 }
 
 // Made with the launcher and never again: the shortcut and the open command. They are missing where a
@@ -86,10 +96,6 @@ class Deaths {
     lasts_ = {Run(true, catalogue_), Run(true, changed_), Run(false, changed_)};
     start_ = host::TakeSnapshot();
   }
-
-  ~Deaths() { EndProcess(); }
-  Deaths(const Deaths&) = delete;
-  Deaths& operator=(const Deaths&) = delete;
 
   // Point `number` of `points`; the three commands take turns.
   void Die(int number, int points) {
@@ -148,15 +154,9 @@ class Deaths {
     shared_ = catalogue;
   }
 
-  void EndProcess() {
-    TerminateProcess(process_.get(), 1);
-    WaitForSingleObject(process_.get(), INFINITE);
-    process_.reset();
-  }
-
   // Ends the guest's process, and returns when the next one waits for commands.
   void NextProcess() {
-    EndProcess();
+    process_.reset();
     Await([&] { return gate_->Facts().opens == gate_->Facts().closes; }, "the dead process keeps its device");
     CheckBreaches(true);
     const int before = announcements_;
@@ -201,7 +201,7 @@ class Deaths {
   host::Catalogue shared_;
   std::atomic<int> announcements_ = 0;
   std::unique_ptr<host::Gate> gate_ = host::CreateGate();
-  UniqueHandle process_;
+  GuestProcess process_;
   Snapshot before_, start_;  // without applications: at first, and before the point's commands
   std::array<Clock::duration, 3> lasts_{};
   std::size_t breaches_ = 0;  // those that have been looked at
