@@ -38,6 +38,30 @@ host::Resources AskForIcons() {
   return icons;
 }
 
+Taken Ask(Kind kind) {
+  Taken taken;
+  MacAppInfoList apps;
+  MacAppDetails details;
+  try {
+    if (kind == Kind::List) GetMacAppList(TEXT("*"), apps);
+    if (kind == Kind::Details) GetMacAppDetails(app, details);
+    if (kind == Kind::Icons) taken.icons = AskForIcons();
+  } catch (const std::exception& failure) {
+    const std::string text = failure.what();
+    const std::size_t place = text.find(": ");
+    taken.raised = place == std::string::npos ? text : text.substr(place + 2);
+  }
+  taken.texts = std::move(details.documentTypes);
+  for (MacAppInfo& each : apps) {
+    taken.texts.push_back(std::move(each.bundleId));
+    taken.texts.push_back(std::move(each.name));
+  }
+  taken.defaults = std::move(details.defaultTypes);
+  taken.schemes = std::move(details.urlSchemes);
+  taken.anyType = details.anyType;
+  return taken;
+}
+
 // A list of one application, and no details.
 host::Bytes GoodReply(Kind kind) {
   host::Items items;
@@ -66,30 +90,6 @@ Exchanges::Exchanges(const std::filesystem::path& guest) {
     request_.assign(envelope.begin(), envelope.end());
     return reply_;
   });
-}
-
-Taken Exchanges::Ask(Kind kind) {
-  Taken taken;
-  MacAppInfoList apps;
-  MacAppDetails details;
-  try {
-    if (kind == Kind::List) GetMacAppList(TEXT("*"), apps);
-    if (kind == Kind::Details) GetMacAppDetails(app, details);
-    if (kind == Kind::Icons) taken.icons = AskForIcons();
-  } catch (const std::exception& failure) {
-    const std::string text = failure.what();
-    const std::size_t place = text.find(": ");
-    taken.raised = place == std::string::npos ? text : text.substr(place + 2);
-  }
-  taken.texts = std::move(details.documentTypes);
-  for (MacAppInfo& each : apps) {
-    taken.texts.push_back(std::move(each.bundleId));
-    taken.texts.push_back(std::move(each.name));
-  }
-  taken.defaults = std::move(details.defaultTypes);
-  taken.schemes = std::move(details.urlSchemes);
-  taken.anyType = details.anyType;
-  return taken;
 }
 
 std::string Exchanges::Check(Kind kind, const host::Reply& reply, std::uint32_t systemError) {

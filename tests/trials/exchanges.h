@@ -28,7 +28,6 @@ class Exchanges {
   const std::string& raised() const { return raised_; }
 
  private:
-  Taken Ask(Kind kind);
   std::string Check(Kind kind, const host::Reply& reply, std::uint32_t systemError);
 
   std::unique_ptr<host::Gate> gate_;

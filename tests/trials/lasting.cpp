@@ -58,12 +58,13 @@ const Lasting kinds[] = {
 };
 
 bool Fits(const std::string& path, const std::string& pattern, const Story& story) {
-  for (const auto& [mark, names] : {std::pair{"{gone}", &story.gone()}, {"{typeless}", &story.typeless()}}) {
+  for (const std::string mark : {"{gone}", "{typeless}"}) {
     const std::size_t at = pattern.find(mark);
     if (at == std::string::npos) continue;
-    return std::ranges::any_of(*names, [&](const std::string& name) {
-      return Fits(path, std::string(pattern).replace(at, std::string(mark).size(), name), story);
-    });
+    return std::ranges::any_of(
+        mark == "{gone}" ? story.gone() : story.typeless(), [&](const std::string& name) {
+          return Fits(path, std::string(pattern).replace(at, mark.size(), name), story);
+        });
   }
   return fnmatch(pattern.c_str(), path.c_str(), FNM_NOESCAPE) == 0;
 }

@@ -152,7 +152,8 @@ void AddDeniedKeys(std::vector<Oddity>& table, const Setting& setting) {
     for (const host::Application& app : catalogue->applications())
       entries[app.name] = setting.EntriesOf(app).registry;
   }
-  for (const auto& [key, roads] : keys) {
+  for (const auto& [denied, roads] : keys) {
+    const std::string key = denied;  // which lambdas cannot take from a binding
     const std::string path = "HKEY_CURRENT_USER" + key.substr(4);
     Oddity oddity{"denied: " + key, [=] { platform::DenyKey(path, true); },
                   [=] { platform::DenyKey(path, false); }, Fate::Right, roads};
