@@ -68,22 +68,46 @@ Layout CheckedLayout(std::span<const std::byte> bitmap) {
           static_cast<std::size_t>(colorStride), static_cast<std::size_t>(maskStride)};
 }
 
+constexpr std::size_t groupSize = 32;  // bytes of the eight pixels of a mask's byte
+
+// Blackens the transparent ones of eight pixels, those with an alpha below 128, and answers their bits of the
+// mask. Two pixels at a time and without a branch, since a picture's transparency is hard to predict.
+std::byte MaskEight(std::byte* pixels) {
+  std::uint64_t opaque = 0;
+  for (int pair = 0; pair < 4; ++pair, pixels += sizeof(std::uint64_t)) {
+    std::uint64_t both;
+    std::memcpy(&both, pixels, sizeof both);
+    const std::uint64_t tops = both & 0x8000000080000000;  // of their alphas
+    const std::uint64_t bits = tops >> 31;
+    both &= 0xFF000000FF000000 | ((bits << 32) - bits);
+    std::memcpy(pixels, &both, sizeof both);
+    opaque |= tops >> 2 * pair;
+  }
+  // The even pixels' bits lie from bit 31 down, the odd ones' from bit 63 down, both at every second bit.
+  return ~static_cast<std::byte>((opaque >> 24 & 0xAA) | (opaque >> 57 & 0x55));
+}
+
 // Masks the transparent pixels of one row. The mask's bits run from the most significant one of each byte.
 void MaskRow(std::byte* pixels, std::byte* mask, std::size_t width) {
-  for (std::size_t x = 0; x < width; ++x) {
-    std::byte* const pixel = pixels + 4 * x;
-    if (pixel[3] >= std::byte{0x80}) continue;
-    mask[x / 8] |= std::byte{0x80} >> static_cast<int>(x % 8);
-    std::memset(pixel, 0, 3);
-  }
+  std::size_t left = 4 * width;
+  for (; left >= groupSize; left -= groupSize, pixels += groupSize) *mask++ = MaskEight(pixels);
+  if (left == 0) return;
+  std::byte group[groupSize];
+  std::memset(group, 0xFF, groupSize);
+  std::memcpy(group, pixels, left);
+  *mask = MaskEight(group);
+  std::memcpy(pixels, group, left);
 }
 
 }  // namespace
 
 std::vector<std::byte> BitmapToIcon(std::span<const std::byte> bitmap, bool buildMask) {
   const Layout layout = CheckedLayout(bitmap);
-  std::vector<std::byte> icon(infoHeaderSize + layout.colorSize() + layout.maskSize());
-  std::memcpy(icon.data(), bitmap.data() + fileHeaderSize, infoHeaderSize + layout.colorSize());
+  const auto copied = bitmap.subspan(fileHeaderSize, infoHeaderSize + layout.colorSize());
+  std::vector<std::byte> icon;
+  icon.reserve(copied.size() + layout.maskSize());
+  icon.assign(copied.begin(), copied.end());
+  icon.resize(copied.size() + layout.maskSize());
   if (buildMask) {
     std::byte* pixels = icon.data() + infoHeaderSize;
     std::byte* mask = pixels + layout.colorSize();
