@@ -1,6 +1,8 @@
 // The three entry points of the module. They are exported by plain name (velomira.def, exports.map) and may
 // be called from any thread of the loading program, one at a time.
-#include "frame/exports.h"
+#include "frame/velomira.h"
+
+#include <windows.h>
 
 #include "frame/worker.h"
 
