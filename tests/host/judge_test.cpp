@@ -18,10 +18,10 @@
 
 namespace {
 
-const std::string classes = "Software\\Classes\\", chessKey = classes + "Applications\\Chess (Mac).exe",
-                  tools = "SOFTWARE\\Tessarine\\Tessarine Tools",
+const std::string classes = "HKCU\\Software\\Classes\\", chessKey = classes + "Applications\\Chess (Mac).exe",
+                  tools = "HKCU\\SOFTWARE\\Tessarine\\Tessarine Tools",
                   capabilities = tools + "\\MacApps\\Chess (Mac)",
-                  registered = "Software\\RegisteredApplications";
+                  registered = "HKCU\\Software\\RegisteredApplications";
 
 // A link as a user makes it, without the properties.
 void SavePlainLink(const WideString& target, const WideString& path) {
@@ -77,7 +77,7 @@ TEST_F(JudgeTest, ConvictsWhatIsWrongAlone) {
   const auto version = [&](const std::string& from, const std::string& to) {
     std::string data = ResourceData(Launcher("Chess"), 16, 1, 0x0400);
     const auto wide = [](const std::string& text) {
-      const std::string units = Utf16Bytes(Utf8ToWide(text));
+      const std::string units = host::Utf16Bytes(text);
       return units.substr(0, units.size() - 2);
     };
     PutResource(Launcher("Chess"), 16, 1, 0x0400,
@@ -94,9 +94,9 @@ TEST_F(JudgeTest, ConvictsWhatIsWrongAlone) {
       {[] {}, ""},
       {[&] { DeleteFileW(Launcher("Chess").c_str()); }, "Chess: the launcher is missing\n"},
       {[&] { WriteFileAt(Launcher("Chess"), "MZ"); }, "Chess: the launcher carries no identity\n"},
-      {[&] { PutResource(Launcher("Chess"), 10, 260, 0, Utf16Bytes(TEXT(""))); },
+      {[&] { PutResource(Launcher("Chess"), 10, 260, 0, host::Utf16Bytes("")); },
        "Chess: the launcher carries no identity\n"},
-      {[&] { PutResource(Launcher("Chess"), 10, 259, 0, Utf16Bytes(TEXT("Chest"))); },
+      {[&] { PutResource(Launcher("Chess"), 10, 259, 0, host::Utf16Bytes("Chest")); },
        "Chess: the launcher carries the name \"Chest\"\n"},
       {[&] { PutResource(Launcher("Chess"), 10, 57005, 0, ""); },
        "Chess: the launcher's last resource, its marker, is not there\n"},

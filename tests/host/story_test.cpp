@@ -53,7 +53,7 @@ TEST_F(StoryTest, GoesWellWithAnyCatalogue) {
     const host::Catalogue last =
         host::TellStory(catalogue, {host::DefaultModule(), std::chrono::seconds(60)}, options);
     const std::string told = ::testing::internal::GetCapturedStdout();
-    EXPECT_EQ(steps, 4);
+    EXPECT_EQ(steps, 5);
     EXPECT_LE(std::ranges::count(told, '\n'), 40);
     for (const host::Finding& finding : Judge(host::TakeSnapshot(), last, true)) {
       EXPECT_EQ(finding.kind, host::Finding::Kind::Kept) << finding.application << ": " << finding.text;

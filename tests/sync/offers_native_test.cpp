@@ -5,7 +5,7 @@
 #include <numeric>
 
 #include "host/guest_view.h"
-#include "support/fault_runs.h"
+#include "support/fail_call.h"
 #include "support/hive.h"
 #include "support/module_fixture.h"
 #include "support/raised.h"
@@ -33,7 +33,7 @@ void operator delete(void* memory, std::size_t) noexcept {
 
 namespace {
 
-const std::string classes = "Software\\Classes\\";
+const std::string classes = "HKCU\\Software\\Classes\\";
 const std::string list = classes + ".txt\\OpenWithList\\";
 // Of offers that are no launchers'.
 const std::string longName(200, 'x');
@@ -51,9 +51,15 @@ class OffersFaults : public ModuleTest {
     hive::PutText(classes + ".txt", "", "txt_auto_file");
   }
 
+  static std::vector<std::string> CallsOfWithdrawal() {
+    platform::ArmFaultPlan({});
+    EXPECT_EQ(Raised(WithdrawHostApplications), "");
+    return platform::DisarmFaultPlan();
+  }
+
   // The calls from the opening of the extension's list on.
   static std::string Calls() {
-    const std::vector<std::string> all = CallsOf([] { EXPECT_EQ(Raised(WithdrawHostApplications), ""); });
+    const std::vector<std::string> all = CallsOfWithdrawal();
     const auto opened = std::find(all.rbegin(), all.rend(), "RegOpenKeyExW").base();
     return std::accumulate(
         opened, all.end(), std::string(),
@@ -89,14 +95,16 @@ TEST_F(OffersFaults, AreNotLookedAtWithoutLaunchers) {
 TEST_F(OffersFaults, AreAskedForOneByOneWhenTheyCannotBeEnumerated) {
   const std::vector<std::string> launchers{"Chess", "Zoo"};
   Arrange(launchers);
-  const std::vector<std::string> calls = CallsOf([] { Raised(WithdrawHostApplications); });
+  const std::vector<std::string> calls = CallsOfWithdrawal();
   const auto opened = static_cast<std::size_t>(
       std::find(calls.rbegin(), calls.rend(), "RegOpenKeyExW").base() - calls.begin());
   for (std::size_t offer = 1; offer <= launchers.size() + 2; ++offer) {  // the last one ends the enumeration
     SCOPED_TRACE(offer);
     ASSERT_EQ(calls[opened + offer - 1], "RegEnumKeyExW");
     Arrange(launchers);
-    WithFault(opened + offer, [] { EXPECT_EQ(Raised(WithdrawHostApplications), ""); });
+    FailCall(opened + offer);
+    EXPECT_EQ(Raised(WithdrawHostApplications), "");
+    platform::DisarmFaultPlan();
     ExpectDone(launchers);
   }
 }
@@ -113,9 +121,9 @@ TEST_F(OffersFaults, AreAskedForOneByOneWhenMemoryRunsOut) {
 
 TEST_F(OffersFaults, ThatCannotBeDeletedKeepNothingElseFromIt) {
   Arrange({"Chess", "Zoo"});
-  platform::DenyKey("HKEY_CURRENT_USER\\" + list + "Chess (Mac).exe", true);
+  platform::DenyKey("HKEY_CURRENT_USER" + list.substr(4) + "Chess (Mac).exe", true);
   EXPECT_EQ(Raised(WithdrawHostApplications), "");
-  platform::DenyKey("HKEY_CURRENT_USER\\" + list + "Chess (Mac).exe", false);
+  platform::DenyKey("HKEY_CURRENT_USER" + list.substr(4) + "Chess (Mac).exe", false);
   EXPECT_TRUE(hive::Has(list + "Chess (Mac).exe"));
   ExpectDone({"Zoo"});
 }

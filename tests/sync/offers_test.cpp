@@ -7,7 +7,7 @@
 
 namespace {
 
-const std::string classes = "Software\\Classes\\";
+const std::string classes = "HKCU\\Software\\Classes\\";
 
 class Offers : public ModuleTest {};
 

@@ -86,7 +86,9 @@ void AddMissingKeys(std::vector<Oddity>& table) {
   const std::string applications = classesKey + "\\Applications";
   const auto add = [&](const char* what, const std::string& key, const std::string& made,
                        const Roads& roads) {
-    table.push_back({what, Drop(key), Make(made), Fate::Any, roads, {}, true});
+    Oddity oddity{what, Drop(key), Make(made), Fate::Any, roads};
+    oddity.foreseen = true;
+    table.push_back(std::move(oddity));
   };
   add("no tools key", toolsKey, toolsKey, allRoads);
   add("no registered applications", host::registeredKey, host::registeredKey, allRoads);
