@@ -4,8 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <nlohmann/json.hpp>
 #include <random>
 #include <stdexcept>
 
@@ -97,12 +99,13 @@ TEST_F(CatalogueTest, ABadCatalogueIsRefusedWithFileAndReason) {
   const struct {
     std::string json, reason, file = "catalogue.json";
   } cases[] = {
-      {"{", "parse error"},
-      {R"({"apps": []})", "\"applications\""},
-      {with(R"("icon": [])"), "applications[0]: unknown field \"icon\""},
-      {apps(R"({"bundleId": "b", "name": 1})"), "name: must be a text"},
-      {with(R"("urlSchemes": "s")"), "urlSchemes: must be a list"},
-      {with(R"("anyType": "yes")"), "anyType: must be true or false"},
+      {"{", "1:2: syntax error while parsing object key"},
+      {R"({"apps": []})", "\"applications\" is missing"},
+      {"[]", "type must be object, but is array"},
+      {with(R"("icon": [])"), "1:58: unknown field \"icon\""},
+      {apps(R"({"bundleId": "b", "name": 1})"), "1:45: type must be string, but is number"},
+      {with(R"("urlSchemes": "s")"), "type must be array, but is string"},
+      {with(R"("anyType": "yes")"), "type must be boolean, but is string"},
       {apps(R"({"bundleId": "b"})"), "name is empty"},
       {apps(R"({"bundleId": "b", "name": "A: B"})"), "name cannot name a file"},
       {with(R"("documentTypes": [""])"), "documentTypes is empty"},
@@ -120,6 +123,73 @@ TEST_F(CatalogueTest, ABadCatalogueIsRefusedWithFileAndReason) {
     EXPECT_NE(message.find(each.reason), std::string::npos) << message;
   }
   EXPECT_EQ(Refusal(apps(good)), "");
+}
+
+TEST_F(CatalogueTest, EveryFaultAndOddityHasItsPlace) {
+  const std::string text = R"({
+  "$schema": "catalogue.schema.json",
+  "applications": [
+    {
+      "bundleId": 17, "name": "A:B", "anyType": "no",
+      "documentTypes": ["ok", 1.5, ".txt", "a\\b"], "urlSchemes": ["web+x", "1st", "a b"],
+      "icons": ["a.png", "text.png", "a.png", {"file": "/dev/zero"}, {"file": ".", "size": 1}]
+    },
+    {"name": "Café", "name": "Go", "defaultTypes": null},
+    {"bundleId": "b", "name": "GO", "colour": {"name": "x"}}
+  ]
+})";
+  std::ofstream(folder_ / "catalogue.json", std::ios::binary) << text;
+  std::vector<host::Remark> remarks;
+  host::Catalogue::Check(folder_, remarks);
+  std::vector<std::string> found;
+  for (const host::Remark& remark : remarks) {
+    const std::string start = (folder_ / "catalogue.json").string() + ":";
+    EXPECT_TRUE(remark.text.starts_with(start)) << remark.text;
+    found.push_back((remark.isFault ? "" : "warning ") + remark.text.substr(start.size()));
+  }
+  const std::string folder = folder_.string();
+  std::vector<std::string> expected = {
+      "warning 9:23: the key \"name\" is there twice; the last counts",
+      "5:19: type must be string, but is number",
+      "5:49: type must be boolean, but is string",
+      "6:31: type must be string, but is number",
+      "7:26: " + folder + "/text.png: is no PNG image",
+      "7:47: " + (fs::path(folder) / "/dev/zero").string() + ": is no plain file",
+      "7:92: unknown field \"size\"",
+      "7:70: " + folder + "/.: is no plain file",
+      "9:53: type must be array, but is null",
+      "10:47: unknown field \"colour\"",
+      "5:31: name cannot name a file",
+      "6:44: \"a\\b\" holds a backslash",
+      "warning 6:36: the type \".txt\" holds a dot",
+      "warning 6:77: no address has the scheme \"1st\"",
+      "warning 6:84: no address has the scheme \"a b\"",
+      "warning 7:17: the icon is not square: 1 by 2",
+      "warning 7:38: the icon is not square: 1 by 2",
+      "warning 7:38: there are two icons of 1 pixels",
+      "9:5: bundleId is empty",
+      "10:31: there are two of this name: GO",
+  };
+  std::ranges::sort(found);
+  std::ranges::sort(expected);
+  EXPECT_EQ(found, expected);
+}
+
+// Editors and this program agree on what a catalogue may hold.
+TEST_F(CatalogueTest, TheSchemaKnowsTheFields) {
+  const auto read = [](const fs::path& file) { return nlohmann::json::parse(std::ifstream(file)); };
+  const fs::path examples = fs::path(VELOMIRA_SOURCE_DIR) / "examples" / "catalogue";
+  const nlohmann::json schema = read(examples / "catalogue.schema.json"),
+                       fields = schema["definitions"]["application"]["properties"];
+  nlohmann::json application;
+  for (const auto& [name, field] : fields.items()) {
+    const nlohmann::json& values = field.contains("$ref") ? schema["definitions"]["types"] : field;
+    application[name] = values["examples"][0];
+  }
+  EXPECT_EQ(Refusal(nlohmann::json{{"applications", {application}}}.dump()), "");
+  for (const nlohmann::json& each : read(examples / "catalogue.json")["applications"]) {
+    for (const auto& [name, value] : each.items()) EXPECT_TRUE(fields.contains(name)) << name;
+  }
 }
 
 TEST_F(CatalogueTest, IconsThatOneReplyCannotHoldAreRefused) {

@@ -5,8 +5,11 @@
 #include <algorithm>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <regex>
+#include <set>
 #include <stdexcept>
 
 #include "host/png_decoder.h"
@@ -28,6 +31,7 @@ constexpr std::size_t itemOverhead = 12;   // per item of a reply, beside its va
 }
 
 std::string ReadFile(const std::filesystem::path& path) {
+  if (exists(path) && !is_regular_file(path)) Refuse(PathText(path), "is no plain file");
   std::ifstream in(path, std::ios::binary);
   if (!in) Refuse(PathText(path), "cannot be opened");
   return {std::istreambuf_iterator<char>(in), {}};
@@ -46,104 +50,268 @@ Bytes ToBmp(const unsigned char* rgba, std::uint32_t width, std::uint32_t height
   return bmp;
 }
 
-void CheckText(const std::string& where, const char* field, const std::string& text) {
-  if (text.empty()) Refuse(where, std::string(field) + " is empty");
-  if (std::any_of(text.begin(), text.end(), [](char c) { return c >= 0 && c < 32; })) {
-    Refuse(where, std::string(field) + " holds a control character");
-  }
-}
-
-void CheckNames(const std::string& where, const char* field, const std::vector<std::string>& names) {
-  for (const std::string& name : names) {
-    CheckText(where, field, name);
-    if (name.find('\\') != std::string::npos)
-      Refuse(where, std::string(field) + " holds a backslash: " + name);
-  }
-}
-
 std::size_t TextItem(const std::string& text) {
   return itemOverhead + text.size() + 1;
 }
 
-void CheckApplication(const Application& app) {
-  CheckText("an application", "name", app.name);
-  CheckText(app.name, "bundleId", app.bundleId);
-  if (app.name.find_first_of("<>:\"/\\|?*") != std::string::npos) Refuse(app.name, "name cannot name a file");
-  if (app.name.size() > longestName) Refuse(app.name, "name is longer than 100 bytes");
+// Told of a field, by its JSON pointer within the application, and of what is wrong there.
+using Say = std::function<void(const std::string& field, const std::string& why)>;
+
+void CheckText(const std::string& field, const std::string& text, const Say& say) {
+  const std::string name = field.substr(1, field.find('/', 1) - 1);
+  if (text.empty()) say(field, name + " is empty");
+  if (std::ranges::any_of(text, [](char c) { return c >= 0 && c < 32; })) {
+    say(field, name + " holds a control character");
+  }
+}
+
+void FindFaults(const Application& app, const Say& say) {
+  CheckText("/name", app.name, say);
+  CheckText("/bundleId", app.bundleId, say);
+  if (app.name.find_first_of("<>:\"/\\|?*") != std::string::npos) say("/name", "name cannot name a file");
+  if (app.name.size() > longestName) say("/name", "name is longer than 100 bytes");
   std::size_t details = itemOverhead + 4;
   for (const auto& [field, names] :
-       {std::pair{"documentTypes", &app.documentTypes}, std::pair{"defaultTypes", &app.defaultTypes},
-        std::pair{"urlSchemes", &app.urlSchemes}}) {
-    CheckNames(app.name, field, *names);
-    for (const std::string& name : *names) details += TextItem(name);
+       {std::pair{"/documentTypes/", &app.documentTypes}, std::pair{"/defaultTypes/", &app.defaultTypes},
+        std::pair{"/urlSchemes/", &app.urlSchemes}}) {
+    for (std::size_t i = 0; i < names->size(); ++i) {
+      const std::string &name = (*names)[i], at = field + std::to_string(i);
+      CheckText(at, name, say);
+      if (name.find('\\') != std::string::npos) say(at, "\"" + name + "\" holds a backslash");
+      details += TextItem(name);
+    }
   }
-  if (details > textRoom) Refuse(app.name, "types and schemes do not fit in one reply");
+  if (details > textRoom) say("", "types and schemes do not fit in one reply");
   std::size_t icons = 0;
   for (const Icon& icon : app.icons) icons += itemOverhead + icon.bmp.size();
   if (icons > iconsRoom) {
-    Refuse(app.name, "icons take " + WithThousands(icons) + " bytes as bitmaps, one reply holds " +
-                         WithThousands(iconsRoom));
+    say("/icons", "icons take " + WithThousands(icons) + " bytes as bitmaps, one reply holds " +
+                      WithThousands(iconsRoom));
   }
 }
 
-std::string TextOf(const json& value, const std::string& where) {
-  if (!value.is_string()) Refuse(where, "must be a text");
-  return value.get<std::string>();
-}
-
-std::vector<std::string> TextsOf(const json& value, const std::string& where) {
-  if (!value.is_array()) Refuse(where, "must be a list of texts");
-  std::vector<std::string> texts;
-  for (const json& item : value) texts.push_back(TextOf(item, where));
-  return texts;
-}
-
-// "file.png", or {"file": "file.png", "format": "bmp24"} for one that the guest is to refuse.
-Icon IconOf(const json& value, const std::filesystem::path& folder, const std::string& where) {
-  if (value.is_string()) return ReadIcon(folder, value.get<std::string>());
-  if (!value.is_object()) Refuse(where, "must be a file name or an object");
-  std::string file, format = "bmp32";
-  for (const auto& [key, field] : value.items()) {
-    if (key == "file") {
-      file = TextOf(field, where + ".file");
-    } else if (key == "format") {
-      format = TextOf(field, where + ".format");
-    } else {
-      Refuse(where, "unknown field \"" + key + "\"");
+void FindOddities(const Application& app, const Say& say) {
+  for (const auto& [field, types] :
+       {std::pair{"/documentTypes/", &app.documentTypes}, std::pair{"/defaultTypes/", &app.defaultTypes}}) {
+    for (std::size_t i = 0; i < types->size(); ++i) {
+      if ((*types)[i].find('.') != std::string::npos)
+        say(field + std::to_string(i), "the type \"" + (*types)[i] + "\" holds a dot");
     }
   }
-  if (format != "bmp32" && format != "bmp24") Refuse(where, "unknown format \"" + format + "\"");
-  const Icon icon = ReadIcon(folder, file);
-  return format == "bmp24" ? RefusedIcon(icon) : icon;
-}
-
-Application ApplicationOf(const json& value, const std::filesystem::path& folder, const std::string& where) {
-  if (!value.is_object()) Refuse(where, "must be an object");
-  Application app;
-  for (const auto& [key, field] : value.items()) {
-    const std::string at = where + "." + key;
-    if (key == "bundleId") {
-      app.bundleId = TextOf(field, at);
-    } else if (key == "name") {
-      app.name = TextOf(field, at);
-    } else if (key == "documentTypes") {
-      app.documentTypes = TextsOf(field, at);
-    } else if (key == "defaultTypes") {
-      app.defaultTypes = TextsOf(field, at);
-    } else if (key == "urlSchemes") {
-      app.urlSchemes = TextsOf(field, at);
-    } else if (key == "anyType") {
-      if (!field.is_boolean()) Refuse(at, "must be true or false");
-      app.anyType = field.get<bool>();
-    } else if (key == "icons") {
-      if (!field.is_array()) Refuse(at, "must be a list");
-      for (const json& icon : field) app.icons.push_back(IconOf(icon, folder, at));
-    } else {
-      Refuse(where, "unknown field \"" + key + "\"");
+  const std::regex scheme("[A-Za-z][-A-Za-z0-9+.]*");
+  for (std::size_t i = 0; i < app.urlSchemes.size(); ++i) {
+    if (!std::regex_match(app.urlSchemes[i], scheme)) {
+      say("/urlSchemes/" + std::to_string(i), "no address has the scheme \"" + app.urlSchemes[i] + "\"");
     }
   }
-  return app;
+  for (std::size_t i = 0; i < app.icons.size(); ++i) {
+    if (app.icons[i].bmp.empty()) continue;  // it could not be read
+    const std::string at = "/icons/" + std::to_string(i);
+    const std::uint32_t width = GetU32(app.icons[i].bmp, 18), height = GetU32(app.icons[i].bmp, 22);
+    if (width != height) {
+      say(at, "the icon is not square: " + std::to_string(width) + " by " + std::to_string(height));
+    }
+    for (std::size_t other = 0; other < i; ++other) {
+      if (app.icons[other].size == app.icons[i].size && app.icons[other].accepted == app.icons[i].accepted) {
+        say(at, "there are two icons of " + std::to_string(width) + " pixels");
+        break;
+      }
+    }
+  }
 }
+
+// Characters of a text; tells how far they have been read.
+struct Counting {
+  using iterator_category = std::input_iterator_tag;
+  using value_type = char;
+  using difference_type = std::ptrdiff_t;
+  using pointer = const char*;
+  using reference = const char&;
+
+  const char* at;
+  const char** read;
+
+  reference operator*() const { return *at; }
+  Counting& operator++() { return *read = ++at, *this; }
+  bool operator==(const Counting& other) const { return at == other.at; }
+};
+
+// Reads a catalogue to its end, whatever is wrong with it, and knows where in the file everything stands.
+class Reader {
+ public:
+  Reader(const std::filesystem::path& folder, std::vector<Remark>& remarks)
+      : folder_(folder),
+        file_(PathText(folder / "catalogue.json")),
+        text_(ReadFile(folder / "catalogue.json")),
+        remarks_(remarks) {}
+
+  // The applications with their JSON pointers.
+  std::vector<std::pair<std::string, Application>> Read() {
+    std::vector<std::pair<std::string, Application>> apps;
+    const json root = Parse();
+    if (!remarks_.empty() && remarks_.back().isFault) return apps;
+    if (root.is_object() && !root.contains("applications")) Say("", "the list \"applications\" is missing");
+    for (const auto& [key, value] : Take<std::map<std::string, json>>(root, "")) {
+      if (key == "$schema") continue;
+      if (key != "applications") {
+        Say("/" + key, "unknown field \"" + key + "\"");
+        continue;
+      }
+      for (const json& each : Take<std::vector<json>>(value, "/applications")) {
+        const std::string at = "/applications/" + std::to_string(apps.size());
+        apps.emplace_back(at, ApplicationOf(each, at));
+      }
+    }
+    return apps;
+  }
+
+  void Say(const std::string& pointer, const std::string& why, bool isFault = true) {
+    // What is not there is said of what it would be in.
+    std::string there = pointer;
+    while (!there.empty() && !places_.contains(there)) there.erase(there.rfind('/'));
+    SayAt(places_[there], why, isFault);
+  }
+
+ private:
+  struct Level {
+    std::string pointer;
+    bool isList = false;
+    std::size_t next = 0;  // of a list
+    std::string key;       // of an object
+    std::set<std::string> keys;
+  };
+
+  json Parse() {
+    const char* read = text_.data();
+    std::size_t end = 0;
+    const auto note = [&](int, json::parse_event_t event, const json& parsed) {
+      const std::size_t start = text_.find_first_not_of(" \t\r\n,:", end);
+      end = static_cast<std::size_t>(read - text_.data());
+      if (event == json::parse_event_t::key) {
+        Level& level = levels_.back();
+        level.key = parsed.get<std::string>();
+        if (!level.keys.insert(level.key).second) {
+          SayAt(start, "the key \"" + level.key + "\" is there twice; the last counts", false);
+        }
+      } else if (event == json::parse_event_t::object_end || event == json::parse_event_t::array_end) {
+        levels_.pop_back();
+      } else {
+        std::string pointer;
+        if (!levels_.empty()) {
+          Level& level = levels_.back();
+          pointer = level.pointer + "/" + (level.isList ? std::to_string(level.next++) : level.key);
+        }
+        places_[pointer] = start;
+        if (event != json::parse_event_t::value) {
+          levels_.push_back({pointer, event == json::parse_event_t::array_start, 0, "", {}});
+        }
+      }
+      return true;
+    };
+    try {
+      return json::parse(Counting{text_.data(), &read}, Counting{text_.data() + text_.size(), &read}, note);
+    } catch (const json::parse_error& failure) {
+      const std::string why = failure.what();  // the library's own tag, line and column, and the reason
+      SayAt(failure.byte == 0 ? 0 : failure.byte - 1, why.substr(why.find(": ") + 2), true);
+      return {};
+    }
+  }
+
+  void SayAt(std::size_t offset, const std::string& why, bool isFault) {
+    offset = std::min(offset, text_.size());
+    const auto line =
+        std::count(text_.begin(), text_.begin() + static_cast<std::ptrdiff_t>(offset), '\n') + 1;
+    const std::size_t before = text_.substr(0, offset).rfind('\n');
+    const std::size_t column = before == std::string::npos ? offset + 1 : offset - before;
+    remarks_.push_back(
+        {isFault, file_ + ":" + std::to_string(line) + ":" + std::to_string(column) + ": " + why});
+  }
+
+  template <class T>
+  T Take(const json& value, const std::string& at) {
+    try {
+      return value.get<T>();
+    } catch (const json::type_error& failure) {
+      const std::string why = failure.what();  // begins with the library's own tag in brackets
+      Say(at, why.substr(why.find("] ") + 2));
+      return {};
+    }
+  }
+
+  // A text that cannot be read is stood in for by one that is no fault itself.
+  std::string TextOf(const json& value, const std::string& at) {
+    const std::size_t before = remarks_.size();
+    std::string text = Take<std::string>(value, at);
+    return remarks_.size() == before ? text : "unreadable" + std::to_string(before);
+  }
+
+  std::vector<std::string> TextsOf(const json& value, const std::string& at) {
+    std::vector<std::string> texts;
+    for (const json& item : Take<std::vector<json>>(value, at)) {
+      texts.push_back(TextOf(item, at + "/" + std::to_string(texts.size())));
+    }
+    return texts;
+  }
+
+  // "file.png", or {"file": "file.png", "format": "bmp24"} for one that the guest is to refuse.
+  Icon IconOf(const json& value, const std::string& at) {
+    std::string file, format = "bmp32";
+    if (value.is_string()) {
+      file = value.get<std::string>();
+    } else {
+      for (const auto& [key, field] : Take<std::map<std::string, json>>(value, at)) {
+        if (key == "file") {
+          file = TextOf(field, at + "/file");
+        } else if (key == "format") {
+          format = TextOf(field, at + "/format");
+        } else {
+          Say(at + "/" + key, "unknown field \"" + key + "\"");
+        }
+      }
+      if (format != "bmp32" && format != "bmp24") Say(at + "/format", "unknown format \"" + format + "\"");
+    }
+    try {
+      const Icon icon = ReadIcon(folder_, file);
+      return format == "bmp24" ? RefusedIcon(icon) : icon;
+    } catch (const std::runtime_error& failure) {
+      Say(at, failure.what());
+      return {};
+    }
+  }
+
+  Application ApplicationOf(const json& value, const std::string& where) {
+    Application app;
+    for (const auto& [key, field] : Take<std::map<std::string, json>>(value, where)) {
+      const std::string at = where + "/" + key;
+      if (key == "bundleId") {
+        app.bundleId = TextOf(field, at);
+      } else if (key == "name") {
+        app.name = TextOf(field, at);
+      } else if (key == "documentTypes") {
+        app.documentTypes = TextsOf(field, at);
+      } else if (key == "defaultTypes") {
+        app.defaultTypes = TextsOf(field, at);
+      } else if (key == "urlSchemes") {
+        app.urlSchemes = TextsOf(field, at);
+      } else if (key == "anyType") {
+        app.anyType = Take<bool>(field, at);
+      } else if (key == "icons") {
+        for (const json& icon : Take<std::vector<json>>(field, at)) {
+          app.icons.push_back(IconOf(icon, at + "/" + std::to_string(app.icons.size())));
+        }
+      } else {
+        Say(at, "unknown field \"" + key + "\"");
+      }
+    }
+    return app;
+  }
+
+  std::filesystem::path folder_;
+  std::string file_, text_;
+  std::vector<Remark>& remarks_;
+  std::vector<Level> levels_;                  // while the text is parsed
+  std::map<std::string, std::size_t> places_;  // where each value begins, by its JSON pointer
+};
 
 }  // namespace
 
@@ -182,28 +350,29 @@ Icon RefusedIcon(const Icon& icon) {
 }
 
 Catalogue Catalogue::Load(const std::filesystem::path& folder) {
-  const std::filesystem::path path = folder / "catalogue.json";
-  const std::string file = PathText(path);
-  json root;
-  try {
-    root = json::parse(ReadFile(path));
-  } catch (const json::parse_error& failure) {
-    const std::string text = failure.what();  // begins with the library's own tag in brackets
-    Refuse(file, text.substr(text.find("] ") + 2));
+  std::vector<Remark> remarks;
+  Catalogue catalogue = Check(folder, remarks);
+  std::string faults;
+  for (const Remark& remark : remarks) {
+    if (remark.isFault) faults += (faults.empty() ? "" : "\n") + remark.text;
   }
-  if (!root.is_object() || root.size() != 1 || !root.contains("applications") ||
-      !root["applications"].is_array()) {
-    Refuse(file, "must be an object with one field, the list \"applications\"");
-  }
+  if (!faults.empty()) throw std::runtime_error(faults);
+  return catalogue;
+}
+
+Catalogue Catalogue::Check(const std::filesystem::path& folder, std::vector<Remark>& remarks) {
+  Reader reader(folder, remarks);
   Catalogue catalogue;
-  for (const json& value : root["applications"]) {
-    const std::string index = std::to_string(catalogue.applications_.size());
-    Application app = ApplicationOf(value, folder, file + ": applications[" + index + "]");
-    try {
-      catalogue.Add(std::move(app));
-    } catch (const std::runtime_error& failure) {
-      Refuse(file, failure.what());
-    }
+  for (auto& [at, app] : reader.Read()) {
+    const auto say = [&, where = at](bool isFault) {
+      return [&reader, where, isFault](const std::string& field, const std::string& why) {
+        reader.Say(where + field, why, isFault);
+      };
+    };
+    FindFaults(app, say(true));
+    catalogue.FindConflicts(app, say(true));
+    FindOddities(app, say(false));
+    catalogue.applications_.push_back(std::move(app));
   }
   return catalogue;
 }
@@ -214,18 +383,25 @@ const Application* Catalogue::Find(std::string_view name) const {
   return found == applications_.end() ? nullptr : &*found;
 }
 
-void Catalogue::Add(Application application) {
-  CheckApplication(application);
+void Catalogue::FindConflicts(const Application& application, const Say& say) const {
   std::size_t list = TextItem(application.bundleId) + TextItem(application.name);
   for (const Application& other : applications_) {
     list += TextItem(other.bundleId) + TextItem(other.name);
     // Names that differ in case alone are one file in the guest.
-    if (EqualNoCase(other.name, application.name)) Refuse(application.name, "there are two of this name");
+    if (EqualNoCase(other.name, application.name)) {
+      say("/name", "there are two of this name: " + application.name);
+    }
     if (other.bundleId == application.bundleId) {
-      Refuse(application.name, "has the bundleId of " + other.name + ": " + other.bundleId);
+      say("/bundleId", application.name + " has the bundleId of " + other.name + ": " + other.bundleId);
     }
   }
-  if (list > textRoom) Refuse(application.name, "the list of applications does not fit in one reply");
+  if (list > textRoom) say("", "the list of applications does not fit in one reply");
+}
+
+void Catalogue::Add(Application application) {
+  const Say refuse = [&](const std::string&, const std::string& why) { Refuse(application.name, why); };
+  FindFaults(application, refuse);
+  FindConflicts(application, refuse);
   applications_.push_back(std::move(application));
 }
 

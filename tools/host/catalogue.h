@@ -3,6 +3,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -36,9 +37,17 @@ Icon PlainIcon();
 // The same picture in the kind that the guest refuses.
 Icon RefusedIcon(const Icon& icon);
 
+// What is to be said of a catalogue: a fault, or what works but is hardly meant.
+struct Remark {
+  bool isFault = false;
+  std::string text;  // begins with file, line and column: "catalogue.json:3:14: ..."
+};
+
 class Catalogue {
  public:
-  static Catalogue Load(const std::filesystem::path& folder);
+  static Catalogue Load(const std::filesystem::path& folder);  // throws with all faults, one a line
+  // Reads on after a fault and adds all remarks; with a fault the result is not whole.
+  static Catalogue Check(const std::filesystem::path& folder, std::vector<Remark>& remarks);
 
   const std::vector<Application>& applications() const { return applications_; }
   const Application* Find(std::string_view name) const;
@@ -49,6 +58,9 @@ class Catalogue {
   void Rename(std::string_view name, const std::string& newName);
 
  private:
+  using Say = std::function<void(const std::string& field, const std::string& why)>;
+  void FindConflicts(const Application& application, const Say& say) const;
+
   std::vector<Application> applications_;
 };
 

@@ -1,6 +1,7 @@
 // The commands that play the host, and the options that several commands share.
 #include "host/commands.h"
 
+#include <algorithm>
 #include <iostream>
 #include <memory>
 
@@ -172,9 +173,16 @@ void AddPlayCommands(CLI::App& tool, Action& action) {
   options->AddCatalogue(check, true);
   check.callback([options, &action] {
     action = [options] {
-      const Catalogue catalogue = Catalogue::Load(PathOf(options->catalogue));
-      std::cout << catalogue.applications().size() << " applications, no fault found\n";
-      return 0;
+      std::vector<Remark> remarks;
+      const Catalogue catalogue = Catalogue::Check(PathOf(options->catalogue), remarks);
+      for (const Remark& remark : remarks) {
+        std::cout << (remark.isFault ? "" : "warning: ") << remark.text << "\n";
+      }
+      const auto faults = std::ranges::count_if(remarks, &Remark::isFault);
+      std::cout << catalogue.applications().size() << " applications, "
+                << (faults == 0 ? "no fault" : std::to_string(faults) + (faults == 1 ? " fault" : " faults"))
+                << " found\n";
+      return faults == 0 ? 0 : 1;
     };
   });
 
