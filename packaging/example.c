@@ -1,4 +1,5 @@
-/* A program of the guest tools in small: keeps the host's applications in the guest until somebody presses Enter. */
+/* A program of the guest tools in small: keeps the host's applications in the guest until somebody presses
+ * Enter. */
 #include <stdio.h>
 
 #include "velomira.h"

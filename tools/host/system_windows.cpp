@@ -73,7 +73,7 @@ bool OutputIsTerminal() {
 bool Interrupted() {
   static std::atomic<bool> interrupted = false;
   static const BOOL installed = SetConsoleCtrlHandler(
-      [](DWORD) -> BOOL {
+      [](DWORD) WINAPI -> BOOL {
         interrupted = true;
         return TRUE;
       },
