@@ -4,6 +4,7 @@
 #ifndef VELOMIRA_H
 #define VELOMIRA_H
 
+/* NOLINTBEGIN(modernize-*): plain C, too. */
 #include <stdint.h>
 
 #ifdef __cplusplus
@@ -25,5 +26,6 @@ int32_t NotifyTool(uint32_t code);
 #ifdef __cplusplus
 }
 #endif
+/* NOLINTEND(modernize-*) */
 
 #endif
