@@ -187,7 +187,8 @@ TEST_F(CatalogueTest, TheSchemaKnowsTheFields) {
     application[name] = values["examples"][0];
   }
   EXPECT_EQ(Refusal(nlohmann::json{{"applications", {application}}}.dump()), "");
-  for (const nlohmann::json& each : read(examples / "catalogue.json")["applications"]) {
+  const nlohmann::json example = read(examples / "catalogue.json");
+  for (const nlohmann::json& each : example["applications"]) {
     for (const auto& [name, value] : each.items()) EXPECT_TRUE(fields.contains(name)) << name;
   }
 }
