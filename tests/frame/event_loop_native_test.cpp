@@ -47,6 +47,7 @@ class EventLoopCalls : public ToolGuest {
  protected:
   void TearDown() override {
     platform::DisarmFaultPlan();
+    if (slow_) slow_->kept.clear();  // a request keeps its device
     ToolGuest::TearDown();
   }
 
@@ -59,10 +60,13 @@ class EventLoopCalls : public ToolGuest {
     RunLoop({.action = FaultPlan::Action::Fail, .call = 1, .function = function, .error = 1234});
   }
   std::shared_ptr<SlowDevice> MakeDeviceSlow() {
-    auto device = std::make_shared<SlowDevice>();
-    platform::SetDevice("\\\\.\\tsr_tg", device);
-    return device;
+    slow_ = std::make_shared<SlowDevice>();
+    platform::SetDevice("\\\\.\\tsr_tg", slow_);
+    return slow_;
   }
+
+ private:
+  std::shared_ptr<SlowDevice> slow_;
 };
 
 TEST_F(EventLoopCalls, ACancelledReceiveIsKeptUntilTheDeviceHasEndedIt) {
