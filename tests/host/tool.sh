@@ -87,6 +87,24 @@ expect 0 'no difference' verify --guest "$work/mono" --catalogue "$work/one"
 expect 1 'A (Mac).exe' diff "$work/mono" "$guest"
 expect 0 'no difference' diff "$guest" "$guest"
 
+# A recording: shown, played once more, and known when it is damaged.
+expect 0 'no breach' run --guest "$work/told" --catalogue "$catalogue" --trace "$work/told.jsonl"
+expect 0 'bundleId example.loom, name Loom' trace "$work/told.jsonl" --code list
+expect 0 'documentType loom' trace "$work/told.jsonl" --app Loom
+expect 1 'holds nothing of that' trace "$work/told.jsonl" --app Lom
+expect 0 'The guest came out the same' replay "$work/told.jsonl" --guest "$work/again"
+expect 1 'the guest must be a new one' replay "$work/told.jsonl" --guest "$work/again"
+head -c 5000 "$work/told.jsonl" >"$work/cut.jsonl"
+expect 1 'cut.jsonl: line 8: is cut or changed' replay "$work/cut.jsonl" --guest "$work/none"
+expect 1 'cannot be written' run --guest "$work/told" --catalogue "$catalogue" --trace "$work/none/told.jsonl"
+
+# A catalogue that is not one.
+mkdir "$work/odd" && ln -s /dev/zero "$work/odd/catalogue.json"
+expect 1 'is no plain file' check --catalogue "$work/odd"
+printf '{"applications": [\n{"bundleId": "b", "name": "A", "documentTypes": [".txt"]},\n{"name": 1}]}' >"$work/one/catalogue.json"
+expect 1 'catalogue.json:3:10: type must be string' check --catalogue "$work/one"
+expect 1 'warning: ' check --catalogue "$work/one"
+
 # One host at a time, and an interrupt that leaves a whole guest.
 mkfifo "$work/input"
 "$host" shell --guest "$work/live" --catalogue "$catalogue" <"$work/input" >"$work/said" 2>&1 &

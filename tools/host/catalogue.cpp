@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 #include <regex>
 #include <set>
+#include <sstream>
 #include <stdexcept>
 
 #include "host/png_decoder.h"
@@ -120,22 +121,6 @@ void FindOddities(const Application& app, const Say& say) {
   }
 }
 
-// Characters of a text; tells how far they have been read.
-struct Counting {
-  using iterator_category = std::input_iterator_tag;
-  using value_type = char;
-  using difference_type = std::ptrdiff_t;
-  using pointer = const char*;
-  using reference = const char&;
-
-  const char* at;
-  const char** read;
-
-  reference operator*() const { return *at; }
-  Counting& operator++() { return *read = ++at, *this; }
-  bool operator==(const Counting& other) const { return at == other.at; }
-};
-
 // Reads a catalogue to its end, whatever is wrong with it, and knows where in the file everything stands.
 class Reader {
  public:
@@ -182,11 +167,11 @@ class Reader {
   };
 
   json Parse() {
-    const char* read = text_.data();
+    std::istringstream in(text_);
     std::size_t end = 0;
     const auto note = [&](int, json::parse_event_t event, const json& parsed) {
       const std::size_t start = text_.find_first_not_of(" \t\r\n,:", end);
-      end = static_cast<std::size_t>(read - text_.data());
+      end = static_cast<std::size_t>(in.rdbuf()->pubseekoff(0, std::ios::cur, std::ios::in));
       if (event == json::parse_event_t::key) {
         Level& level = levels_.back();
         level.key = parsed.get<std::string>();
@@ -209,7 +194,7 @@ class Reader {
       return true;
     };
     try {
-      return json::parse(Counting{text_.data(), &read}, Counting{text_.data() + text_.size(), &read}, note);
+      return json::parse(in, note);
     } catch (const json::parse_error& failure) {
       const std::string why = failure.what();  // the library's own tag, line and column, and the reason
       SayAt(failure.byte == 0 ? 0 : failure.byte - 1, why.substr(why.find(": ") + 2), true);
@@ -241,7 +226,7 @@ class Reader {
   // A text that cannot be read is stood in for by one that is no fault itself.
   std::string TextOf(const json& value, const std::string& at) {
     const std::size_t before = remarks_.size();
-    std::string text = Take<std::string>(value, at);
+    auto text = Take<std::string>(value, at);
     return remarks_.size() == before ? text : "unreadable" + std::to_string(before);
   }
 
