@@ -81,7 +81,7 @@ class Player {
     expected_.clear();
     out_ << "* " << line.fields.at("step").get<std::string>() << "\n";
     for (const std::string& each : odd_) out_ << "  " << each << "\n";
-    const bool differs = PrintDifference(out_, GuestOf(line), TakeSnapshot());
+    const bool differs = PrintDifference(out_, GuestOf(line), GuestAtRest());
     if (!differs && odd_.empty()) out_ << "  the same\n";
     same_ &= !differs && odd_.empty();
     odd_.clear();

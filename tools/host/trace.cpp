@@ -7,6 +7,7 @@
 #include <ostream>
 #include <stdexcept>
 
+#include "host/launcher_view.h"
 #include "host/text.h"
 
 namespace host {
@@ -94,7 +95,7 @@ void Recorder::Finish() {
 }
 
 void Recorder::WriteGuest() {
-  const Snapshot guest = TakeSnapshot();
+  const Snapshot guest = GuestAtRest();
   Write({{"step", step_}, {"guest", {{"files", guest.files}, {"registry", guest.registry}}}});
 }
 
@@ -128,6 +129,18 @@ Trace ReadTrace(const std::filesystem::path& file) {
     trace.lines.push_back({number, std::move(fields), std::move(bytes)});
   }
   return ended ? trace : fail("the recording stops here, without its end");
+}
+
+Snapshot GuestAtRest() {
+  Snapshot guest = TakeSnapshot();
+  for (auto& [path, content] : guest.files) {
+    const auto shortcut = path.ends_with(".lnk") ? ReadShortcut(path) : std::nullopt;
+    if (!shortcut) continue;
+    content = "to " + shortcut->target + ", " + shortcut->description +
+              (shortcut->staysUnpinned ? ", stays unpinned" : "") +
+              (shortcut->staysUnannounced ? ", stays unannounced" : "");
+  }
+  return guest;
 }
 
 Snapshot GuestOf(const TraceLine& line) {

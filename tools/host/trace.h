@@ -51,6 +51,9 @@ inline bool HoldsGuest(const TraceLine& line) {
   return line.fields.contains("guest");
 }
 Snapshot GuestOf(const TraceLine& line);  // files and registry
+// The guest as it is now, as a recording has it: of a shortcut what it says, for its bytes hold the time as
+// well.
+Snapshot GuestAtRest();
 
 // Prints what concerns the application (by name or bundleId) and has the code (by name or number), all where
 // they are empty; false when that is nothing.
