@@ -139,7 +139,7 @@ std::string WideTextAt(Data data, std::size_t at) {
 }
 
 LauncherFile ReadLauncherFile(const std::string& path) {
-  constexpr std::string_view marker{"mice was here", 14};
+  constexpr char marker[] = "mice was here";  // with its end
   LauncherFile file;
   const std::optional<std::string> bytes = ReadGuestFile(path);
   if (!bytes || !IsWhole(std::as_bytes(std::span(*bytes)))) return file;

@@ -143,7 +143,8 @@ void OpenGuest(const std::filesystem::path& folder, GuestUse use) {
 }
 
 std::filesystem::path SaveGuest() {
-  const std::filesystem::path file = RegistryFile(), unfinished = file.string() + ".new";
+  std::filesystem::path file = RegistryFile();
+  const std::filesystem::path unfinished = file.string() + ".new";
   std::ofstream out(unfinished, std::ios::binary | std::ios::trunc);
   out << platform::SaveRegistry() << std::flush;
   if (!out) Refuse(unfinished, "cannot be written");

@@ -65,11 +65,12 @@ bool PrintDifference(std::ostream& out, const Snapshot& before, const Snapshot& 
   bool any = false;
   const auto add = [&](const std::string& path, const std::string* old, const std::string* now) {
     any = true;
-    const std::string file = after.files.contains(path) ? TextOfFile(after, path) : "";
     if (old && now) {
       lines.Add(path, '~', Shown(*old) + " -> " + Shown(*now));
-    } else {
-      lines.Add(path, now ? '+' : '-', file.empty() ? Shown(now ? *now : *old) : file);
+    } else if (now) {
+      lines.Add(path, '+', after.files.contains(path) ? TextOfFile(after, path) : Shown(*now));
+    } else if (old) {
+      lines.Add(path, '-', Shown(*old));
     }
   };
   ForEachDifference(before.files, after.files, add);
