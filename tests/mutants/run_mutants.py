@@ -43,8 +43,10 @@ class Build:
             command = shlex.split(entry["command"])
             one = command[command.index("-o") + 1]
             self.compile[one], self.source[one] = command, entry["file"]
-        self.link = {name: shlex.split(output_of("ninja", "-t", "commands", name).splitlines()[-1])[2:-2]
-                     for name in PROGRAMS}
+        self.link = {}
+        for name in PROGRAMS:
+            command = output_of("ninja", "-t", "commands", name).splitlines()[-1].replace("\\$", "$")  # no shell is there
+            self.link[name] = shlex.split(command)[2:-2]
         parts = set().union(*self.link.values())
         for one in [one for one in self.compile if not {one, archive_of(one)} & parts]:
             del self.compile[one], self.source[one]
@@ -136,6 +138,7 @@ class Worker:
         self.folder = WORK / f"worker-{number}"
         shutil.rmtree(self.folder, ignore_errors=True)
         (self.folder / "bin").mkdir(parents=True)
+        (self.folder / "bin/libplatform.so").symlink_to(BUILD / "bin/libplatform.so")  # which no mutant changes
         memory = "/dev/shm" if os.access("/dev/shm", os.W_OK) else None
         self.temporary = pathlib.Path(tempfile.mkdtemp(prefix="velomira-mutants-", dir=memory))
 
