@@ -14,19 +14,25 @@
 #include "host/session.h"
 
 namespace {
-// Of this thread: bytes that operator new has given and not got back, and the most there have been.
-thread_local std::size_t held = 0, most = 0;
+// While `counting`, of this thread: bytes that operator new has given and not got back, and the most there
+// have been.
+bool counting = false;
+thread_local std::ptrdiff_t held = 0, most = 0;
+
+void Count(std::ptrdiff_t bytes) {
+  held += bytes;
+  most = std::max(most, held);
+}
 }  // namespace
 
 void* operator new(std::size_t size) {
   void* const memory = std::malloc(size == 0 ? 1 : size);
   if (memory == nullptr) throw std::bad_alloc();
-  held += malloc_usable_size(memory);
-  most = std::max(most, held);
+  if (counting) Count(static_cast<std::ptrdiff_t>(malloc_usable_size(memory)));
   return memory;
 }
 [[gnu::noinline]] void operator delete(void* memory) noexcept {
-  held -= malloc_usable_size(memory);
+  if (counting) Count(-static_cast<std::ptrdiff_t>(malloc_usable_size(memory)));
   std::free(memory);
 }
 void operator delete(void* memory, std::size_t) noexcept {
@@ -57,11 +63,6 @@ double Sum(const Counts& counts) {
   for (const auto& [function, count] : counts) sum += static_cast<double>(count);
   return sum;
 }
-
-struct Row {
-  std::size_t foreign;
-  Work work;
-};
 
 }  // namespace
 
@@ -122,9 +123,11 @@ void PrintMemory() {
     Mirror mirror(size);
     for (const Work work : allWork) {
       mirror.Share(work);
-      const std::size_t start = most = held;
+      held = most = 0;
+      counting = true;
       mirror.Run(work, false);
-      rows[work] += " " + std::to_string((most - start) / 1024) + " KB |";
+      counting = false;
+      rows[work] += " " + std::to_string(most / 1024) + " KB |";
     }
   }
   for (const Work work : {Work::Unchanged, Work::Withdrawal})

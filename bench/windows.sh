@@ -24,8 +24,8 @@ server() {
 print_times() {
   echo '| work, time | DLL, ms | straight line, ms | driver, ms | ratio without driver |'
   echo '|---|---|---|---|---|'
-  "$wine_env" "$bench" 50 7 "$(server)" 2>/dev/null
-  "$wine_env" "$bench" 200 3 "$(server)" 2>/dev/null
+  "$wine_env" "$bench" 50 20 "$(server)" 2>/dev/null
+  "$wine_env" "$bench" 200 8 "$(server)" 2>/dev/null
 }
 
 # The requests that Wine's server answers to the thread that works, from the server's own trace; each run has a server
@@ -36,7 +36,7 @@ print_requests() {
   echo '|---|---|---|---|'
   for count in 50 200; do
     wineserver -k && wineserver -w
-    WINEDEBUG=+server "$wine_env" "$bench" "$count" 1 "$(WINEDEBUG=+server server)" $([ $count = 200 ] && echo sleep) \
+    WINEDEBUG=+server "$wine_env" "$bench" "$count" 0 "$(WINEDEBUG=+server server)" $([ $count = 200 ] && echo sleep) \
       >/dev/null 2>&1
     awk -v count=$count '
       /create_event\(.*velomira-bench / {

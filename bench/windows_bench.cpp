@@ -1,11 +1,11 @@
 // The DLL against the straight line on Windows, by turns in one process, through the driver double. What the
-// driver and the host behind it cost is measured by itself: the same exchanges, and nothing else.
+// driver and the host behind it cost is measured by itself: the same exchanges, and nothing else. All of it
+// is the mean of the rounds.
 #include <windows.h>
 
 #include <objbase.h>
 #include <shlwapi.h>
 
-#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <fstream>
@@ -65,11 +65,6 @@ void ClearGuest() {
   host::PrepareGuest();
 }
 
-double Median(std::vector<double> values) {
-  std::ranges::sort(values);
-  return values[values.size() / 2];
-}
-
 void Run(std::size_t count, int rounds, const std::string& server, bool sleep) {
   host::PrepareGuest();
   host::Session session(host::DefaultModule(), std::chrono::minutes(10));
@@ -92,7 +87,7 @@ void Run(std::size_t count, int rounds, const std::string& server, bool sleep) {
       RemoveLauncherFolders();
     });
   };
-  for (int round = 0; round < rounds; ++round) {
+  for (int round = 0; round <= rounds; ++round) {  // the first one only warms up
     if (round % 2 == 1) straight();
     ClearGuest();
     measure("dll first", [&] { session.On(); });
@@ -102,16 +97,17 @@ void Run(std::size_t count, int rounds, const std::string& server, bool sleep) {
     measure("driver first", [&] { line.Ask(true); });
     measure("driver unchanged", [&] { line.Ask(false); });
     costs["driver withdrawal"].push_back({});
+    if (round == 0 && rounds > 0) costs.clear();
   }
   if (sleep) measure("sleep", [] { Sleep(60'000); });
   for (const std::string work : {"first", "unchanged", "withdrawal"}) {
     const auto row = [&](double Cost::*part, const char* what) {
-      const auto of = [&](const char* who) {
-        std::vector<double> values;
-        for (const Cost& cost : costs[who + (" " + work)]) values.push_back(cost.*part);
-        return Median(values);
+      const auto mean = [&](const std::string& who) {
+        double sum = 0;
+        for (const Cost& cost : costs[who + ' ' + work]) sum += cost.*part;
+        return sum / rounds;
       };
-      const double dll = of("dll"), limit = of("straight"), driver = of("driver");
+      const double dll = mean("dll"), limit = mean("straight"), driver = mean("driver");
       std::printf("| %zu applications, %s, %s | %.0f | %.0f | %.0f | %.3f |\n", count, work.c_str(), what,
                   dll, limit, driver, (dll - driver) / (limit - driver));
     };

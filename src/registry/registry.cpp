@@ -61,14 +61,37 @@ bool HasStringValue(HKEY hive, const WideString& path, const WideString& name, W
   return true;
 }
 
-WideString GetStringValue(HKEY hive, const WideString& path, const WideString& name) {
+namespace {
+
+// A value of at most 1024 bytes, as far as it could be read.
+struct Value {
   WCHAR buffer[512]{};
   DWORD type = REG_NONE;
   DWORD size = sizeof buffer;
-  if (SHGetValueW(hive, path.c_str(), name.c_str(), &type, buffer, &size) != ERROR_SUCCESS) {
-    XDT_RAISE("SHGetValueW() failed");
-  }
-  if (type != REG_SZ && type != REG_EXPAND_SZ && type != REG_MULTI_SZ)
-    XDT_RAISE("registry value is not a string");
-  return TextOf(buffer, size / sizeof(WCHAR));
+  bool found = false;
+
+  bool IsText() const { return type == REG_SZ || type == REG_EXPAND_SZ || type == REG_MULTI_SZ; }
+  WideString Text() const { return TextOf(buffer, size / sizeof(WCHAR)); }
+};
+
+Value ReadValue(HKEY hive, const WideString& path, const WideString& name) {
+  Value value;
+  value.found =
+      SHGetValueW(hive, path.c_str(), name.c_str(), &value.type, value.buffer, &value.size) == ERROR_SUCCESS;
+  return value;
+}
+
+}  // namespace
+
+std::optional<WideString> FindStringValue(HKEY hive, const WideString& path, const WideString& name) {
+  const Value value = ReadValue(hive, path, name);
+  if (!value.found || !value.IsText()) return std::nullopt;
+  return value.Text();
+}
+
+WideString GetStringValue(HKEY hive, const WideString& path, const WideString& name) {
+  const Value value = ReadValue(hive, path, name);
+  if (!value.found) XDT_RAISE("SHGetValueW() failed");
+  if (!value.IsText()) XDT_RAISE("registry value is not a string");
+  return value.Text();
 }

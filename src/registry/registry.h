@@ -4,6 +4,8 @@
 
 #include <windows.h>
 
+#include <optional>
+
 #include "common/handles.h"
 #include "common/text.h"
 
@@ -36,5 +38,8 @@ void DeleteValue(HKEY hive, const WideString& path, const WideString& name);
 bool HasStringValue(HKEY hive, const WideString& path, const WideString& name, WideString* text = nullptr);
 
 // The text, up to its first NUL, of a REG_SZ, REG_EXPAND_SZ (unexpanded) or REG_MULTI_SZ value of at most
-// 1024 bytes. Raises "SHGetValueW() failed" or "registry value is not a string".
+// 1024 bytes; nothing when there is no such value.
+std::optional<WideString> FindStringValue(HKEY hive, const WideString& path, const WideString& name);
+
+// The same. Raises "SHGetValueW() failed" or "registry value is not a string" when there is none.
 WideString GetStringValue(HKEY hive, const WideString& path, const WideString& name);

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <unordered_map>
 #include <vector>
 
 #include "common/names.h"
@@ -18,25 +19,24 @@ namespace {
 
 using Names = std::vector<WideString>;
 
+// A number that two names share when the registry may take them for one. It folds case unit by unit, with a
+// table of the system's own, of which this much is sure: within ASCII, a letter's other case; beyond, and for
+// I, K and S, which have further cases there, nothing.
+std::size_t Likeness(WideView name) {
+  std::size_t likeness = name.size();
+  for (WCHAR unit : name) {
+    if (unit >= TEXT('A') && unit <= TEXT('Z')) unit = static_cast<WCHAR>(unit + 32);
+    const bool unsure = unit >= 0x80 || unit == TEXT('i') || unit == TEXT('k') || unit == TEXT('s');
+    likeness = likeness * 31 + (unsure ? 0u : unit);
+  }
+  return likeness;
+}
+
 // The launchers' file names, in the order of their keys and once more for look-ups.
 struct Launchers {
   Names names;
-  std::vector<WideView> sorted;  // by MayComeBefore
+  std::unordered_multimap<std::size_t, WideView> byLikeness;
 };
-
-// One unit for all that the registry may take for the same letter. It folds case unit by unit, with a table
-// of the system's own, of which this much is sure: within ASCII, a letter's other case; beyond, and for I, K
-// and S, which have further cases there, nothing.
-WCHAR Blurred(WCHAR unit) {
-  if (unit >= TEXT('A') && unit <= TEXT('Z')) unit = static_cast<WCHAR>(unit + 32);
-  const bool unsure = unit >= 0x80 || unit == TEXT('i') || unit == TEXT('k') || unit == TEXT('s');
-  return unsure ? WCHAR{0} : unit;
-}
-
-// An order in which names that the registry may take for one are equal.
-bool MayComeBefore(WideView a, WideView b) {
-  return std::ranges::lexicographical_compare(a, b, {}, Blurred, Blurred);
-}
 
 Key OpenInUserHive(const WCHAR* path) {
   const Key hive = OpenCurrentUser();
@@ -80,8 +80,7 @@ void SweepApplicationKeys(WideView suffix, Launchers& launchers) {
   ForEachSubkey(applications, [&](const WideString& name) {
     if (name.ends_with(keySuffix)) launchers.names.push_back(name);
   });
-  launchers.sorted.assign(launchers.names.begin(), launchers.names.end());
-  std::ranges::sort(launchers.sorted, MayComeBefore);
+  for (const WideString& name : launchers.names) launchers.byLikeness.emplace(Likeness(name), name);
   for (const WideString& name : launchers.names) {
     try {
       SHDeleteKeyW(applications.get(), name.c_str());
@@ -119,12 +118,11 @@ void SweepAutoFileProgIds(const WideString& launcherFolder, Names& autoFileProgI
 bool FindOffers(const Key& offers, const Launchers& launchers, Names& found) {
   try {
     return ForEachSubkey(offers, [&](const WideString& name) {
-      const auto [first, last] =
-          std::equal_range(launchers.sorted.begin(), launchers.sorted.end(), name, MayComeBefore);
-      if (std::find(first, last, name) != last) {
+      const auto [first, last] = launchers.byLikeness.equal_range(Likeness(name));
+      if (std::any_of(first, last, [&](const auto& alike) { return alike.second == name; })) {
         found.push_back(name);
       } else {
-        found.insert(found.end(), first, last);
+        for (auto alike = first; alike != last; ++alike) found.emplace_back(alike->second);
       }
     });
   } catch (const std::exception&) {
@@ -147,8 +145,8 @@ void CleanExtension(const Key& classes, const WideString& extension, const Launc
   const Key offers = OpenKey(classes.get(), extension + TEXT("\\OpenWithList\\"));
   DeleteOffers(offers, launchers);
   if (autoFileProgIds.empty()) return;
-  const WideString progId = GetStringValue(classes.get(), extension, defaultValue);
-  if (std::ranges::binary_search(autoFileProgIds, progId)) {
+  const auto progId = FindStringValue(classes.get(), extension, defaultValue);  // most have none
+  if (progId && std::ranges::binary_search(autoFileProgIds, *progId)) {
     SetStringValue(classes.get(), extension, defaultValue, {});
   }
 }
