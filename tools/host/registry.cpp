@@ -10,14 +10,16 @@ namespace host {
 namespace {
 
 HKEY RootOf(const std::string& key) {
-  if (key.starts_with("HKCU\\")) return HKEY_CURRENT_USER;
-  if (key.starts_with("HKLM\\")) return HKEY_LOCAL_MACHINE;
-  if (key.starts_with("HKCR\\")) return HKEY_CLASSES_ROOT;
+  const std::string root = key.substr(0, key.find('\\'));
+  if (root == "HKCU") return HKEY_CURRENT_USER;
+  if (root == "HKLM") return HKEY_LOCAL_MACHINE;
+  if (root == "HKCR") return HKEY_CLASSES_ROOT;
   throw std::runtime_error("registry key without its root: " + key);
 }
 
 std::basic_string<WCHAR> BelowRoot(const std::string& key) {
-  return Widen(key.substr(key.find('\\') + 1));
+  const std::size_t root = key.find('\\');
+  return root == std::string::npos ? std::basic_string<WCHAR>() : Widen(key.substr(root + 1));
 }
 
 void Check(LSTATUS status, const std::string& key) {
