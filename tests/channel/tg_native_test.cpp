@@ -1,29 +1,24 @@
 // The channel when the system's own calls fail: each failure is raised with its error. Also inline bytes,
 // which the module never sends and the gate driver's double refuses.
-#include <platform/control.h>
-
 #include <array>
 
 #include "channel/tg.h"
+#include "support/fault_runs.h"
 #include "support/gate_fixture.h"
 
 namespace {
 
 using TgCalls = GateTest;
 
-// Fails the first call of `function` that `work` makes; the error that comes out as a TgException.
+// The error that comes out as a TgException when the first call of `function` in `work` fails with 1234.
 template <class Work>
 DWORD TgErrorWhenFailing(const char* function, Work work) {
-  platform::ArmFaultPlan(
-      {.action = platform::FaultPlan::Action::Fail, .call = 1, .function = function, .error = 1234});
-  DWORD error = 0;
   try {
-    work();
+    Failing(function, 1, work, 1234);
+    return 0;
   } catch (const TgException& failure) {
-    error = failure.error;
+    return failure.error;
   }
-  platform::DisarmFaultPlan();
-  return error;
 }
 
 TEST_F(TgCalls, AFailedCallOfTheSystemIsRaised) {

@@ -55,7 +55,7 @@ class TgChannel : public GateTest {
   std::unique_ptr<Tg> tg;
 };
 
-TEST_F(TgChannel, AReceiveIsInFlightUntilItIsPolledAfterItsEnd) {
+TEST_F(TgChannel, AReceiveIsInFlightUntilItIsPolledAfterItsEndOrACancellation) {
   Receive receive;
   EXPECT_TRUE(tg->Poll(*receive.context));  // never submitted
   EXPECT_FALSE(receive.IsSignalled());
@@ -75,6 +75,15 @@ TEST_F(TgChannel, AReceiveIsInFlightUntilItIsPolledAfterItsEnd) {
     EXPECT_TRUE(std::equal(command.begin(), command.end(), receive.memory.begin()));
   }
   EXPECT_EQ(gate().Facts().receives, 2u);
+  tg->Cancel();  // nothing outstanding: nothing happens
+  EXPECT_EQ(receive.status(), TgStatusSuccess);
+  tg->Submit(*receive.context);
+  tg->Cancel();
+  receive.context->Wait();
+  EXPECT_TRUE(tg->Poll(*receive.context));
+  EXPECT_EQ(receive.status(), TgStatusCancelled);
+  EXPECT_EQ(receive.byteCount(), 0u);
+  EXPECT_EQ(gate().Facts().cancelled, 1u);
 }
 
 // What a request ends with, at once or after it was pending.
@@ -109,18 +118,6 @@ TEST_F(TgChannel, AReceiveEndsWithAStatusOrRaisesAtOnceOrWhenPolled) {
       EXPECT_EQ(receive.byteCount(), o.byteCount);
     }
   }
-}
-
-TEST_F(TgChannel, CancellingEndsTheReceive) {
-  tg->Cancel();  // nothing outstanding: nothing happens
-  Receive receive;
-  tg->Submit(*receive.context);
-  tg->Cancel();
-  receive.context->Wait();
-  EXPECT_TRUE(tg->Poll(*receive.context));
-  EXPECT_EQ(receive.status(), TgStatusCancelled);
-  EXPECT_EQ(receive.byteCount(), 0u);
-  EXPECT_EQ(gate().Facts().cancelled, 1u);
 }
 
 TEST_F(TgChannel, AnExhaustedQuotaIsWaitedFor) {
@@ -161,15 +158,33 @@ TEST_F(TgChannel, ACallUsesASecondHandleWhileAReceiveWaits) {
   EXPECT_EQ(gate().Facts().closes, 2u);
 }
 
-TEST_F(TgChannel, ACallEndsWithAStatusOrRaises) {
+// The device of the commands reports what the channel turns into a status, and tries nothing twice.
+TEST_F(TgChannel, ACallEndsWithAStatusOrRaisesAndAnExchangeGivesItsCountAndItsStatus) {
+  const auto fail = [&](const Outcome& o) {
+    gate().FailNext({.request = TgSendCommand, .systemError = o.systemError, .status = o.deviceStatus});
+  };
+  const auto exchange = [&](const Outcome& o) {
+    for (const bool asked : {true, false}) {
+      Send send;
+      ToolDevice device;
+      std::uint32_t status = 0x1234;
+      fail(o);
+      EXPECT_EQ(device.Ioctl(TgSendCommand, send.memory.data(), 64, asked ? &status : nullptr),
+                o.systemError == 0 ? 48u : 0u);
+      EXPECT_EQ(status, !asked ? 0x1234u : o.systemError != 0 ? o.systemError : o.deviceStatus);
+    }
+  };
   for (const Outcome& o : outcomes) {
     Send send;
-    gate().FailNext({.request = TgSendCommand, .systemError = o.systemError, .status = o.deviceStatus});
+    fail(o);
     EXPECT_EQ(TgError([&] { tg->Call(send.packet.header); }), o.raised);
     EXPECT_EQ(send.packet.header.status, o.status);
     for (const TgBuffer& buffer : send.packet.buffers)
       EXPECT_EQ(buffer.byteCount, o.byteCount == 0 ? 0u : 64u);
+    exchange(o);
   }
+  exchange({.systemError = ERROR_WORKING_SET_QUOTA});
+  EXPECT_EQ(gate().Facts().sends, 3 * std::size(outcomes) + 2);
 }
 
 TEST_F(TgChannel, ACallWithoutADeviceRaisesAndTheNextOneTriesAgain) {
@@ -180,24 +195,6 @@ TEST_F(TgChannel, ACallWithoutADeviceRaisesAndTheNextOneTriesAgain) {
   EXPECT_EQ(gate().Facts().sends, 0u);
   gate().SetPresent(true);
   EXPECT_EQ(TgError([&] { tg->Call(send.packet.header); }), 0u);
-}
-
-// The device of the commands reports what the channel would turn into a status, and tries nothing twice.
-TEST_F(TgChannel, AnExchangeOfACommandGivesItsCountAndItsStatus) {
-  std::vector<Outcome> all(std::begin(outcomes), std::end(outcomes));
-  all.push_back({.systemError = ERROR_WORKING_SET_QUOTA});
-  for (const Outcome& o : all) {
-    for (const bool asked : {true, false}) {
-      Send send;
-      ToolDevice device;
-      std::uint32_t status = 0x1234;
-      gate().FailNext({.request = TgSendCommand, .systemError = o.systemError, .status = o.deviceStatus});
-      EXPECT_EQ(device.Ioctl(TgSendCommand, send.memory.data(), 64, asked ? &status : nullptr),
-                o.systemError == 0 ? 48u : 0u);
-      EXPECT_EQ(status, !asked ? 0x1234u : o.systemError != 0 ? o.systemError : o.deviceStatus);
-    }
-  }
-  EXPECT_EQ(gate().Facts().sends, 2 * all.size());
 }
 
 }  // namespace

@@ -5,12 +5,12 @@
 #include <fstream>
 #include <regex>
 
+#include "support/fault_runs.h"
 #include "support/own_process.h"
 #include "support/tool_guest.h"
 
 namespace {
 
-using platform::FaultPlan;
 using Census = std::map<std::string, std::size_t>;
 
 // Keeps its receives until they are ended by hand, cancelled or not.
@@ -46,19 +46,12 @@ class SlowDevice : public platform::Device {
 class EventLoopCalls : public ToolGuest {
  protected:
   void TearDown() override {
-    platform::DisarmFaultPlan();
     if (slow_) slow_->kept.clear();  // a request keeps its device
     ToolGuest::TearDown();
   }
 
-  static void RunLoop(FaultPlan plan = {}) {
-    platform::ArmFaultPlan(std::move(plan));
-    { const LoopThread loop; }
-    platform::DisarmFaultPlan();
-  }
-  static void FailFirst(const char* function) {
-    RunLoop({.action = FaultPlan::Action::Fail, .call = 1, .function = function, .error = 1234});
-  }
+  static void RunLoop() { const LoopThread loop; }
+  static void FailFirst(const char* function) { Failing(function, 1, RunLoop, 1234); }
   std::shared_ptr<SlowDevice> MakeDeviceSlow() {
     slow_ = std::make_shared<SlowDevice>();
     platform::SetDevice("\\\\.\\tsr_tg", slow_);
@@ -72,13 +65,15 @@ class EventLoopCalls : public ToolGuest {
 TEST_F(EventLoopCalls, ACancelledReceiveIsKeptUntilTheDeviceHasEndedIt) {
   const auto device = MakeDeviceSlow();
   bool ended = false, freedEarly = false;
-  RunLoop({.before = [&](const std::string& function) {
+  platform::ArmFaultPlan({.before = [&](const std::string& function) {
     if (function == "WaitForSingleObject" && !std::exchange(ended, true)) {
       EXPECT_EQ(device->cancelled, 1);
       SlowDevice::End(device->kept.at(0));
     }
     freedEarly |= function == "CoUninitialize" && !ended;
   }});
+  RunLoop();
+  platform::DisarmFaultPlan();
   EXPECT_TRUE(ended);
   EXPECT_FALSE(freedEarly);
 }

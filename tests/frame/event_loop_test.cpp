@@ -2,28 +2,24 @@
 // moves it on. What a loop did is looked at after its worker has been stopped, when it can do no more.
 #include <shlwapi.h>
 
+#include "host/guest_view.h"
 #include "launcher/fs.h"
+#include "support/module_fixture.h"
 #include "support/tool_guest.h"
 
 namespace {
 
 class EventLoop : public ToolGuest {
  protected:
-  // Makes both folders of the guest.
-  void MakeFolders() {
-    launchers_ = LauncherFolder();
-    shortcuts_ = ShortcutFolder();
+  static void MakeFolders() {
+    LauncherFolder();
+    ShortcutFolder();
   }
-  bool FoldersAreThere() {
-    const auto exists = [](const WideString& path) {
-      return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
-    };
-    EXPECT_EQ(exists(launchers_), exists(shortcuts_));
-    return exists(launchers_);
+  static bool FoldersAreThere() {
+    const bool launchers = FileIsThere(Utf8ToWide(host::LauncherFolder()));
+    EXPECT_EQ(FileIsThere(Utf8ToWide(host::ShortcutFolder())), launchers);
+    return launchers;
   }
-
- private:
-  WideString launchers_, shortcuts_;
 };
 
 TEST_F(EventLoop, AnnouncesOnceWhileAReceiveWaitsAndAgainWhenAsked) {
@@ -94,7 +90,7 @@ TEST_F(EventLoop, AFailedCommandLeavesNoTraceAndTheNextOneIsHandled) {
   EXPECT_EQ(SHDeleteKeyW(HKEY_CURRENT_USER, TEXT("Software\\Classes")), ERROR_SUCCESS);
   Run(off);
   EXPECT_TRUE(FoldersAreThere());
-  InstallTools();
+  host::PrepareGuest();
   Run(off);
   EXPECT_FALSE(FoldersAreThere());
 }

@@ -3,17 +3,13 @@
 
 #include <atomic>
 
+#include "support/fault_runs.h"
 #include "support/tool_guest.h"
 
 namespace {
 
-using platform::FaultPlan;
-
 class WorkerCalls : public ToolGuest {
  protected:
-  static void FailFirst(const char* function) {
-    platform::ArmFaultPlan({.action = FaultPlan::Action::Fail, .call = 1, .function = function});
-  }
   // Starts a worker that `fault` ends, and waits until its loop is over.
   void StartAndAwaitEnd(const host::Fault& fault) {
     const std::uint64_t receives = gate().Facts().receives;
@@ -27,9 +23,7 @@ class WorkerCalls : public ToolGuest {
 TEST_F(WorkerCalls, AStartThatFailsLeavesNothing) {
   for (const char* call :
        {"CreateEventW", "_beginthreadex", "CreateFileW", "SetEvent", "WaitForMultipleObjects"}) {
-    FailFirst(call);
-    EXPECT_EQ(module->Start(), 1) << call;
-    platform::DisarmFaultPlan();
+    EXPECT_EQ(Failing(call, 1, [&] { return module->Start(); }), 1) << call;
     EXPECT_TRUE(platform::Census().empty()) << call;
     EXPECT_EQ(module->Notify(5), 0);  // tries again
     EXPECT_EQ(module->Stop(), 0);
@@ -40,14 +34,15 @@ TEST_F(WorkerCalls, AStartThatFailsLeavesNothing) {
 // The worker is kept in its first call until the starter asks it to end, or has left it behind.
 TEST_F(WorkerCalls, AStartWhoseWaitFailsEndsItsThreadBeforeItReturns) {
   std::atomic<bool> entered = false, askedToEnd = false, returned = false;
-  platform::ArmFaultPlan({.action = FaultPlan::Action::Fail,
+  const auto before = [&](const std::string& function) {
+    if (function == "PostThreadMessageW") askedToEnd = true;
+    if (function != "CreateFileW" || entered.exchange(true)) return;
+    while (!askedToEnd && !returned) std::this_thread::yield();
+  };
+  platform::ArmFaultPlan({.action = platform::FaultPlan::Action::Fail,
                           .call = 1,
                           .function = "WaitForMultipleObjects",
-                          .before = [&](const std::string& function) {
-                            if (function == "PostThreadMessageW") askedToEnd = true;
-                            if (function != "CreateFileW" || entered.exchange(true)) return;
-                            while (!askedToEnd && !returned) std::this_thread::yield();
-                          }});
+                          .before = before});
   EXPECT_EQ(module->Start(), 1);
   returned = true;
   while (!entered) std::this_thread::yield();
@@ -56,15 +51,30 @@ TEST_F(WorkerCalls, AStartWhoseWaitFailsEndsItsThreadBeforeItReturns) {
   platform::DisarmFaultPlan();
 }
 
+// What is posted to the worker before its first look at its queue is there after it.
+TEST_F(WorkerCalls, AStartTakesNoMessage) {
+  bool posted = false, kept = false;
+  MSG message;
+  platform::ArmFaultPlan({.before = [&](const std::string& function) {
+    if (function == "PeekMessageW" && !std::exchange(posted, true)) {
+      PeekMessageW(&message, nullptr, 0, 0, PM_NOREMOVE);  // makes the queue
+      PostThreadMessageW(GetCurrentThreadId(), 0x400, 0, 0);
+    }
+    if (function == "CreateFileW") kept = PeekMessageW(&message, nullptr, 0x400, 0x400, PM_NOREMOVE);
+  }});
+  EXPECT_EQ(module->Start(), 0);
+  EXPECT_EQ(module->Stop(), 0);
+  platform::DisarmFaultPlan();
+  EXPECT_TRUE(kept);
+}
+
 TEST_F(WorkerCalls, AFailedWaitForTheStopLeavesTheWorkerPublishedUntilTheNextStop) {
   const std::function<std::int32_t()> stops[] = {[&] { return module->Stop(); },
                                                  [&] { return module->Notify(6); }};
   for (const auto& stop : stops) {
     const host::GateFacts before = gate().Facts();
     StartAndAwaitEnd({.systemError = ERROR_GEN_FAILURE});
-    FailFirst("WaitForSingleObject");
-    EXPECT_EQ(stop(), 0);
-    platform::DisarmFaultPlan();
+    EXPECT_EQ(Failing("WaitForSingleObject", 1, stop), 0);
     EXPECT_EQ(platform::Census(), (std::map<std::string, std::size_t>{{"device", 1}}));
     EXPECT_EQ(module->Start(), 0);
     EXPECT_EQ(gate().Facts().opens, before.opens + 1);

@@ -12,7 +12,6 @@
 #include "common/handles.h"
 #include "frame/sharing_state.h"
 #include "launcher/fs.h"
-#include "support/gaps.h"
 #include "support/hive.h"
 #include "support/module_fixture.h"
 
@@ -23,13 +22,15 @@ const std::string classes = "HKCU\\Software\\Classes\\", chessKey = classes + "A
                   capabilities = tools + "\\MacApps\\Chess (Mac)",
                   registered = "HKCU\\Software\\RegisteredApplications";
 
+const char* linkText = "Tessarine Shared Application shortcut";
+
 // A link as a user makes it, without the properties.
 void SavePlainLink(const WideString& target, const WideString& path) {
   void* made = nullptr;
   ASSERT_GE(CoCreateInstance(CLSID_ShellLink, nullptr, CLSCTX_INPROC_SERVER, IID_IShellLinkW, &made), 0);
   const ComPtr<IShellLinkW> link(static_cast<IShellLinkW*>(made));
   link->SetPath(target.c_str());
-  link->SetDescription(TEXT("Tessarine Shared Application shortcut"));
+  link->SetDescription(Utf8ToWide(linkText).c_str());
   ASSERT_GE(link->QueryInterface(IID_IPersistFile, &made), 0);
   EXPECT_GE(ComPtr<IPersistFile>(static_cast<IPersistFile*>(made))->Save(path.c_str(), TRUE), 0);
 }
@@ -43,20 +44,14 @@ class JudgeTest : public ModuleTest {
     chess.defaultTypes = {"pgn"};
     chess.urlSchemes = {"chess"};
     chess.icons.push_back({"24.png", 24, true, TestBitmap(24, 24)});
-    Catalogue({chess, go});
     apps_ = {chess, go};
-  }
-
-  void Catalogue(const std::vector<host::Application>& apps) {
-    catalogue_ = {};
-    for (const host::Application& app : apps) catalogue_.Add(app);
   }
 
   // A guest that has just mirrored both applications and nothing else.
   void Mirror() {
     HandleSharingState(false);
     for (const char* key : {".pgn", ".fen", "chess", "pgn_auto_file"}) hive::Drop(classes + key);
-    Share(apps_);
+    catalogue_ = Share(apps_);
     HandleSharingState(true);
   }
 
@@ -73,154 +68,141 @@ class JudgeTest : public ModuleTest {
 };
 
 TEST_F(JudgeTest, ConvictsWhatIsWrongAlone) {
-  const std::string chess = WideToUtf8(Launcher("Chess"));
+  const std::string command = "\"\"" + WideToUtf8(Launcher("Chess")) + "\" \"%1\"\"";
+  const auto drop = [](const std::string& key) { return [key] { hive::Drop(key); }; };
+  const auto putKey = [](const std::string& path) { return [path] { hive::PutKey(path); }; };
+  const auto putText = [](const std::string& key, const char* value, const char* data) {
+    return [=] { hive::PutText(key, value, data); };
+  };
+  const auto erase = [](const WideString& file) { return [file] { DeleteFileW(file.c_str()); }; };
+  const auto resource = [&](WORD name, const std::string& data) {
+    return [=, this] { PutResource(Launcher("Chess"), 10, name, 0, data); };
+  };
+  // Another text of the same length in the version information.
   const auto version = [&](const std::string& from, const std::string& to) {
-    std::string data = ResourceData(Launcher("Chess"), 16, 1, 0x0400);
-    const auto wide = [](const std::string& text) {
-      const std::string units = host::Utf16Bytes(text);
-      return units.substr(0, units.size() - 2);
+    return [=, this] {
+      const auto units = [](const std::string& text) {
+        return host::Utf16Bytes(text).substr(0, 2 * text.size());
+      };
+      std::string data = ResourceData(Launcher("Chess"), 16, 1, 0x0400);
+      data.replace(data.find(units(from)), 2 * from.size(), units(to));
+      PutResource(Launcher("Chess"), 16, 1, 0x0400, data);
     };
-    PutResource(Launcher("Chess"), 16, 1, 0x0400,
-                data.replace(data.find(wide(from)), 2 * from.size(), wide(to)));
   };
-  const auto link = [&](const WideString& target, const char* text) {
-    CreateShortcut(target, Shortcut("Chess"), Utf8ToWide(text));
+  const auto link = [&](const WideString& target, const char* description) {
+    return [=, this] { CreateShortcut(target, Shortcut("Chess"), Utf8ToWide(description)); };
   };
-  const char* description = "Tessarine Shared Application shortcut";
+  const auto copy = [](const WideString& from, const WideString& to) {
+    return [=] { CopyFileW(from.c_str(), to.c_str(), TRUE); };
+  };
+  const auto spoilPixels = [&] {
+    std::string image = ResourceData(Launcher("Chess"), 3, 450, 0x0400);
+    image[40 + 4 * 25] ^= 1;
+    image[40 + 4 * 77 + 3] ^= 1;
+    PutResource(Launcher("Chess"), 3, 450, 0x0400, image);
+  };
+  const auto shortenIcons = [&] {
+    PutResource(Launcher("Chess"), 14, 448, 0x0400,
+                ResourceData(Launcher("Chess"), 14, 448, 0x0400).substr(0, 20));
+  };
   const struct {
     std::function<void()> harm;
-    std::string found;
+    std::string found;  // of the application
+    const char* application = "Chess";
   } cases[] = {
       {[] {}, ""},
-      {[&] { DeleteFileW(Launcher("Chess").c_str()); }, "Chess: the launcher is missing\n"},
-      {[&] { WriteFileAt(Launcher("Chess"), "MZ"); }, "Chess: the launcher carries no identity\n"},
-      {[&] { PutResource(Launcher("Chess"), 10, 260, 0, host::Utf16Bytes("")); },
-       "Chess: the launcher carries no identity\n"},
-      {[&] { PutResource(Launcher("Chess"), 10, 259, 0, host::Utf16Bytes("Chest")); },
-       "Chess: the launcher carries the name \"Chest\"\n"},
-      {[&] { PutResource(Launcher("Chess"), 10, 57005, 0, ""); },
-       "Chess: the launcher's last resource, its marker, is not there\n"},
-      {[&] { version("Chess (Mac)", "Chest (Mac)"); },
-       "Chess: the launcher's version information, FileDescription: \"Chest (Mac)\" instead of \"Chess "
-       "(Mac)\"\n"},
-      {[&] { version("Comments", "Comment5"); },
-       "Chess: the launcher's version information, Comment5: \"Tessarine Shared Application\" instead of "
-       "nothing\n"
+      {erase(Launcher("Chess")), "the launcher is missing"},
+      {[&] { WriteFileAt(Launcher("Chess"), "MZ"); }, "the launcher carries no identity"},
+      {resource(260, host::Utf16Bytes("")), "the launcher carries no identity"},
+      {resource(259, host::Utf16Bytes("Chest")), "the launcher carries the name \"Chest\""},
+      {resource(57005, ""), "the launcher's last resource, its marker, is not there"},
+      {version("Chess (Mac)", "Chest (Mac)"),
+       "the launcher's version information, FileDescription: \"Chest (Mac)\" instead of \"Chess (Mac)\""},
+      {version("Comments", "Comment5"),
+       "the launcher's version information, Comment5: \"Tessarine Shared Application\" instead of nothing\n"
        "Chess: the launcher's version information, Comments: nothing instead of \"Tessarine Shared "
-       "Application\"\n"},
-      {[&] {
-         std::string image = ResourceData(Launcher("Chess"), 3, 450, 0x0400);
-         image[40 + 4 * 25] ^= 1;
-         image[40 + 4 * 77 + 3] ^= 1;
-         PutResource(Launcher("Chess"), 3, 450, 0x0400, image);
-       },
-       "Chess: the launcher's icon of 24 pixels differs from the catalogue's in 2 pixels\n"},
+       "Application\""},
+      {spoilPixels, "the launcher's icon of 24 pixels differs from the catalogue's in 2 pixels"},
       {[&] { PutResource(Launcher("Chess"), 3, 449, 0x0400, ""); },
-       "Chess: the launcher's icon of 16 pixels is not the catalogue's\n"},
-      {[&] {
-         const std::string group = ResourceData(Launcher("Chess"), 14, 448, 0x0400);
-         PutResource(Launcher("Chess"), 14, 448, 0x0400, group.substr(0, 20));
-       },
-       "Chess: the launcher lacks the icon of 24 pixels\n"},
-      {[&] { DeleteFileW(Shortcut("Chess").c_str()); }, "Chess: the shortcut is missing\n"},
-      {[&] { WriteFileAt(Shortcut("Chess"), "junk"); }, "Chess: the shortcut is no shell link\n"},
-      {[&] { link(Launcher("Go"), description); },
-       "Chess: the shortcut leads to \"" + WideToUtf8(Launcher("Go")) + "\"\n"},
-      {[&] { link(Launcher("Chess"), "A game"); }, "Chess: the shortcut's description is \"A game\"\n"},
+       "the launcher's icon of 16 pixels is not the catalogue's"},
+      {shortenIcons, "the launcher lacks the icon of 24 pixels"},
+      {erase(Shortcut("Chess")), "the shortcut is missing"},
+      {[&] { WriteFileAt(Shortcut("Chess"), "junk"); }, "the shortcut is no shell link"},
+      {link(Launcher("Go"), linkText), "the shortcut leads to \"" + WideToUtf8(Launcher("Go")) + "\""},
+      {link(Launcher("Chess"), "A game"), "the shortcut's description is \"A game\""},
       {[&] { SavePlainLink(Launcher("Chess"), Shortcut("Chess")); },
-       Lacks(Gap::LinkProperties)
-           ? ""
-           : "Chess: the shortcut does not say that it is not to be pinned\n"
-             "Chess: the shortcut does not say that it is not to be announced as new\n"},
-      {[&] { hive::Drop(chessKey); }, "Chess: the application key is missing\n"},
-      {[&] { hive::PutText(chessKey + "\\shell\\open\\command", "", "x"); },
-       "Chess: the command that opens files: \"x\" instead of \"\"" + chess + "\" \"%1\"\"\n"},
-      {[&] { hive::PutText(chessKey, "NoOpenWith", ""); }, "Chess: the mark NoOpenWith is there\n"},
-      {[&] { hive::Drop(chessKey + "\\SupportedTypes"); }, "Chess: the supported types is missing\n"},
-      {[&] { hive::PutText(chessKey + "\\SupportedTypes", ".x", ""); },
-       "Chess: the supported type .x is there\n"},
-      {[&] { hive::PutText(chessKey + "\\SupportedProtocols", "x", ""); },
-       "Chess: the supported scheme x is there\n"},
-      {[&] { hive::Drop(classes + ".fen\\OpenWithList\\Chess (Mac).exe"); },
-       "Chess: the offer for .fen is missing\n"},
-      {[&] { hive::PutText(classes + ".fen\\OpenWithList\\Chess (Mac).exe", "", "x"); },
-       "Chess: the offer for .fen: \"x\" instead of \"Chess (Mac).exe\"\n"},
-      {[&] { hive::Drop(classes + ".pgn\\OpenWithProgids"); }, "Chess: the claim of .pgn is missing\n"},
-      {[&] { hive::PutText(classes + ".pgn\\OpenWithProgids", "pgn_auto_file", ""); },
-       "Chess: the claim of .pgn: \"\" instead of REG_NONE, 0 bytes\n"},
-      {[&] { hive::Drop(classes + "pgn_auto_file"); }, "Chess: the program that claims .pgn is missing\n"},
-      {[&] { hive::PutText(classes + "pgn_auto_file\\shell\\open\\command", "", "x"); },
-       "Chess: the program that claims .pgn: \"x\" instead of \"\"" + chess + "\" \"%1\"\"\n"},
-      {[&] { hive::Drop(classes + "Tsrn.Url.Chess (Mac)"); },
-       "Chess: the command that opens addresses is missing\n"},
-      {[&] { hive::Drop(capabilities); }, "Chess: the set of capabilities is missing\n"},
-      {[&] { hive::PutText(capabilities + "\\Capabilities\\URLAssociations", "x", "Tsrn.Url.Chess (Mac)"); },
-       "Chess: the capability for the scheme x is there\n"},
-      {[&] { hive::PutText(registered, "Chess (Mac)", "x"); },
-       "Chess: the entry among the registered applications: \"x\" instead of "
-       "\"SOFTWARE\\Tessarine\\Tessarine Tools\\MacApps\\Chess (Mac)\\Capabilities\"\n"},
-      {[&] { hive::Drop(classes + "chess"); }, "Chess: the declaration of the scheme chess is missing\n"},
-      {[&] { hive::Drop(tools + "\\MacApps"); }, "Chess: the set of capabilities is missing\n"},
+       "the shortcut does not say that it is not to be pinned\n"
+       "Chess: the shortcut does not say that it is not to be announced as new"},
+      {drop(chessKey), "the application key is missing"},
+      {putText(chessKey + "\\shell\\open\\command", "", "x"),
+       "the command that opens files: \"x\" instead of " + command},
+      {putText(chessKey, "NoOpenWith", ""), "the mark NoOpenWith is there"},
+      {drop(chessKey + "\\SupportedTypes"), "the supported types is missing"},
+      {putText(chessKey + "\\SupportedTypes", ".x", ""), "the supported type .x is there"},
+      {putText(chessKey + "\\SupportedProtocols", "x", ""), "the supported scheme x is there"},
+      {drop(classes + ".fen\\OpenWithList\\Chess (Mac).exe"), "the offer for .fen is missing"},
+      {putText(classes + ".fen\\OpenWithList\\Chess (Mac).exe", "", "x"),
+       "the offer for .fen: \"x\" instead of \"Chess (Mac).exe\""},
+      {drop(classes + ".pgn\\OpenWithProgids"), "the claim of .pgn is missing"},
+      {putText(classes + ".pgn\\OpenWithProgids", "pgn_auto_file", ""),
+       "the claim of .pgn: \"\" instead of REG_NONE, 0 bytes"},
+      {drop(classes + "pgn_auto_file"), "the program that claims .pgn is missing"},
+      {putText(classes + "pgn_auto_file\\shell\\open\\command", "", "x"),
+       "the program that claims .pgn: \"x\" instead of " + command},
+      {drop(classes + "Tsrn.Url.Chess (Mac)"), "the command that opens addresses is missing"},
+      {drop(capabilities), "the set of capabilities is missing"},
+      {putText(capabilities + "\\Capabilities\\URLAssociations", "x", "Tsrn.Url.Chess (Mac)"),
+       "the capability for the scheme x is there"},
+      {putText(registered, "Chess (Mac)", "x"),
+       "the entry among the registered applications: \"x\" instead of \"SOFTWARE\\Tessarine\\Tessarine "
+       "Tools\\MacApps\\Chess (Mac)\\Capabilities\""},
+      {drop(classes + "chess"), "the declaration of the scheme chess is missing"},
+      {drop(tools + "\\MacApps"), "the set of capabilities is missing"},
       // Of an application that is not listed.
-      {[&] { CopyFileW(Launcher("Go").c_str(), Launcher("Old").c_str(), TRUE); },
-       "Old: the launcher is there\n"},
-      {[&] { CopyFileW(Shortcut("Go").c_str(), Shortcut("Old").c_str(), TRUE); },
-       "Old: the shortcut is there\n"},
-      {[&] { hive::PutKey(classes + "Applications\\Old (Mac).exe"); }, "Old: the application key is there\n"},
-      {[&] { hive::PutKey(classes + "Tsrn.Url.Old (Mac)"); },
-       "Old: the command that opens addresses is there\n"},
-      {[&] { hive::PutKey(tools + "\\MacApps\\Old (Mac)"); }, "Old: the set of capabilities is there\n"},
-      {[&] { hive::PutText(registered, "Old (Mac)", ""); },
-       "Old: the entry among the registered applications is there\n"},
+      {copy(Launcher("Go"), Launcher("Old")), "the launcher is there", "Old"},
+      {copy(Shortcut("Go"), Shortcut("Old")), "the shortcut is there", "Old"},
+      {putKey(classes + "Applications\\Old (Mac).exe"), "the application key is there", "Old"},
+      {putKey(classes + "Tsrn.Url.Old (Mac)"), "the command that opens addresses is there", "Old"},
+      {putKey(tools + "\\MacApps\\Old (Mac)"), "the set of capabilities is there", "Old"},
+      {putText(registered, "Old (Mac)", ""), "the entry among the registered applications is there", "Old"},
   };
   for (const auto& each : cases) {
     Mirror();
     each.harm();
-    EXPECT_EQ(Findings(), each.found);
-    hive::Drop(classes + "Applications\\Old (Mac).exe");
-    hive::Drop(classes + "Tsrn.Url.Old (Mac)");
+    EXPECT_EQ(Findings(), each.found.empty() ? "" : each.application + (": " + each.found) + "\n");
+    for (const char* old : {"Applications\\Old (Mac).exe", "Tsrn.Url.Old (Mac)"}) hive::Drop(classes + old);
     hive::Drop(tools + "\\MacApps\\Old (Mac)");
   }
 }
 
 TEST_F(JudgeTest, SaysWhatIsKeptOnPurpose) {
-  const std::string chess = WideToUtf8(Launcher("Chess"));
-  const auto put = [&](const auto& edit) {
-    std::vector<host::Application> changed = apps_;
-    edit(changed[0]);
-    Catalogue(changed);
-    Share(changed);
-    HandleSharingState(true);
-  };
   using App = host::Application;
   const struct {
-    std::function<void()> change;
+    std::function<void(App& chess)> change;
     std::string found;
   } cases[] = {
-      {[&] { put([](App& app) { app.bundleId = "test.Chess2"; }); },
+      {[](App& app) { app.bundleId = "test.Chess2"; },
        "Chess: kept: the launcher stays the one of test.Chess, though the host has test.Chess2\n"},
-      {[&] { put([](App& app) { app.icons.clear(); }); },
+      {[](App& app) { app.icons.clear(); },
        "Chess: kept: the launcher stays, though the guest takes none of the host's icons\n"},
-      {[&] { put([](App& app) { app.documentTypes.pop_back(); }); }, "Chess: kept: the offer for .fen\n"},
-      {[&] { put([](App& app) { app.urlSchemes = {"go"}; }); },
-       "kept: the declaration of the scheme chess\n"},
-      {[&] { put([](App& app) { app.documentTypes.clear(); }); },
+      {[](App& app) { app.documentTypes.pop_back(); }, "Chess: kept: the offer for .fen\n"},
+      {[](App& app) { app.urlSchemes = {"go"}; }, "kept: the declaration of the scheme chess\n"},
+      {[](App& app) { app.documentTypes.clear(); },
        "Chess: kept: the offer for .fen\nChess: kept: the offer for .pgn\nChess: kept: the claim of .pgn\n"
        "Chess: kept: the supported types\nChess: kept: the program that claims .pgn\n"},
-      {[&] { put([](App& app) { app.name = "Shogi"; }); },
+      {[](App& app) { app.name = "Shogi"; },
        "Chess: kept: the offer for .fen\nChess: kept: the offer for .pgn\n"},
-      {[&] {
-         hive::PutText(classes + "chess", "", "URL:somebody else's");
-         put([](App&) {});
-       },
+      {[](App&) { hive::PutText(classes + "chess", "", "URL:somebody else's"); },
        "Chess: kept: the scheme chess is declared by somebody else\n"},
-      {[&] { WriteFileAt(folder() + TEXT("\\Notes.exe"), "x"); },
+      {[this](App&) { WriteFileAt(folder() + TEXT("\\Notes.exe"), "x"); },
        "kept: " + WideToUtf8(folder()) + "\\Notes.exe, a file of somebody else's\n"},
   };
   for (const auto& each : cases) {
-    Catalogue(apps_);
     Mirror();
-    each.change();
+    std::vector<App> changed = apps_;
+    each.change(changed[0]);
+    catalogue_ = Share(changed);
+    HandleSharingState(true);
     EXPECT_EQ(Findings(), each.found);
     for (const char* key : {"go", "chess"}) hive::Drop(classes + key);
   }

@@ -242,6 +242,8 @@ TEST_F(LogFile, TheEntryForInteractiveUsersIsAddedToAListAndNeverMakesOne) {
     platform::DisarmFaultPlan();
     EXPECT_EQ(InteractiveMask(Primary()), 0) << call;
   }
+  for (int time = 0; time < 2; ++time) GrantInteractiveUsers(OpenForAccess(Primary()).get());
+  EXPECT_EQ(InteractiveMask(Primary()), readAndWrite);
   EXPECT_EQ(SetSecurityInfo(OpenForAccess(Primary()).get(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION,
                             nullptr, nullptr, nullptr, nullptr),
             0u);

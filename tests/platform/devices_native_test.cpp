@@ -1,10 +1,14 @@
 // Requests that a device keeps: who ends them, and how their caller learns of it.
+#include <gtest/gtest.h>
 #include <platform/control.h>
+#include <process.h>
 #include <winioctl.h>
 
+#include <functional>
 #include <mutex>
+#include <thread>
 
-#include "platform/thread.h"
+#include "common/handles.h"
 
 namespace {
 
@@ -70,7 +74,7 @@ TEST_F(DeviceTest, APendingRequestIsEndedByAnotherThread) {
     EXPECT_EQ(Send(handle, &record), DWORD{ERROR_IO_PENDING});
     EXPECT_FALSE(IsOver());
     EXPECT_EQ(Error(GetOverlappedResult(handle, &record, &returned, FALSE)), DWORD{ERROR_IO_INCOMPLETE});
-    const Thread other([&] { device->Complete(error); });
+    const std::jthread other([&] { device->Complete(error); });
     EXPECT_EQ(Error(GetOverlappedResult(handle, &record, &returned, TRUE)), error);
     EXPECT_TRUE(IsOver());
     EXPECT_EQ(returned, 2u);
@@ -81,23 +85,29 @@ TEST_F(DeviceTest, APendingRequestIsEndedByAnotherThread) {
 TEST_F(DeviceTest, TheIssuingThreadCancelsOnItsHandleAndSoDoItsEndAndAClosing) {
   const HANDLE handle = Open(FILE_FLAG_OVERLAPPED), second = Open(FILE_FLAG_OVERLAPPED);
   EXPECT_EQ(Send(handle, &record), DWORD{ERROR_IO_PENDING});
-  Thread([&] { EXPECT_TRUE(CancelIo(handle)); });
+  std::jthread([&] { EXPECT_TRUE(CancelIo(handle)); });
   EXPECT_TRUE(CancelIo(second));
   EXPECT_FALSE(IsOver());
   EXPECT_TRUE(CancelIo(handle));
   EXPECT_EQ(Error(GetOverlappedResult(handle, &record, &returned, FALSE)), DWORD{ERROR_OPERATION_ABORTED});
   EXPECT_TRUE(IsOver());
-  Thread([&] { Send(handle, &record); });
+  std::function<void()> send = [&] { Send(handle, &record); };
+  const auto run = [](void* body) {
+    (*static_cast<std::function<void()>*>(body))();
+    return 0u;
+  };
+  const UniqueHandle thread(reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, run, &send, 0, nullptr)));
+  WaitForSingleObject(thread.get(), INFINITE);
   EXPECT_TRUE(IsOver()) << "its thread has ended";
   Send(handle, &record);
-  Thread([&] { EXPECT_TRUE(CloseHandle(handle)); });
+  std::jthread([&] { EXPECT_TRUE(CloseHandle(handle)); });
   EXPECT_TRUE(IsOver()) << "its handle was closed";
   EXPECT_TRUE(CloseHandle(second));
 }
 
 TEST_F(DeviceTest, ASynchronousCallIsEndedByAClosing) {
   const HANDLE handle = Open(FILE_ATTRIBUTE_NORMAL);
-  const Thread other([&] {
+  const std::jthread other([&] {
     WaitForSingleObject(device->arrived, INFINITE);
     EXPECT_TRUE(CloseHandle(handle));
   });

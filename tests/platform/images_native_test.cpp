@@ -1,5 +1,7 @@
 // Executables that are refused: malformed ones whole, and those that an update would damage when it is
-// committed.
+// committed. What an update that is not refused keeps.
+#include <platform/control.h>
+
 #include <cstring>
 
 #include "stub/stub.h"
@@ -7,7 +9,13 @@
 
 namespace {
 
-class ImagesNativeTest : public GuestTest {};
+class ImagesNativeTest : public GuestTest {
+ protected:
+  static WideString Path() { return Scratch() + TEXT("\\Chess (Mac).exe"); }
+  static void Write(const std::vector<std::byte>& image) {
+    WriteFileAt(Path(), {reinterpret_cast<const char*>(image.data()), image.size()});
+  }
+};
 
 // The stub's layout: headers, then code at 0x200, resources at 0x400 with directories at 0, 24 and 48, each
 // with one entry at its offset 16, and the data entry at 72.
@@ -53,12 +61,12 @@ TEST_F(ImagesNativeTest, OddFilesAreRefused) {
       {optional + 112 + 32, 4, true},
       {optional + 112 + 48, 4, true},
   };
-  const WideString path = Scratch() + TEXT("\\Chess (Mac).exe");
+  const WideString path = Path();
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << std::hex << c.offset << ": " << c.value);
     std::vector<std::byte> image = stub::MakeTemplateStub({.relocations = true});
     std::memcpy(&image[c.offset], &c.value, sizeof c.value);
-    WriteFileAt(path, {reinterpret_cast<const char*>(image.data()), image.size()});
+    Write(image);
     const HMODULE module = LoadLibraryExW(path.c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE);
     EXPECT_EQ(module != nullptr, c.isRead);
     if (module != nullptr) FreeLibrary(module);
@@ -66,6 +74,18 @@ TEST_F(ImagesNativeTest, OddFilesAreRefused) {
     EXPECT_EQ(update != nullptr, c.isRead);
     EXPECT_FALSE(update != nullptr && EndUpdateResourceW(update, FALSE));
     EXPECT_EQ(GetLastError(), DWORD{ERROR_BAD_EXE_FORMAT});
+  }
+}
+
+TEST_F(ImagesNativeTest, AnUpdateKeepsTheFilesModeAndIsRefusedOnceItIsReadOnly) {
+  namespace fs = std::filesystem;
+  Write(stub::MakeTemplateStub());
+  const fs::path file = platform::GuestRoot() / "scratch" / "Chess (Mac).exe";
+  for (const fs::perms mode : {fs::perms{0750}, fs::perms{0550}}) {
+    const HANDLE update = BeginUpdateResourceW(Path().c_str(), FALSE);
+    fs::permissions(file, mode);
+    EXPECT_EQ(EndUpdateResourceW(update, FALSE), mode == fs::perms{0750});
+    EXPECT_EQ(fs::status(file).permissions(), mode);
   }
 }
 

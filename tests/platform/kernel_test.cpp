@@ -1,8 +1,11 @@
 // Threads and message queues, as every build must have them. Whatever touches a queue runs on a thread of its
 // own, because a thread keeps its queue for life.
-#include <atomic>
+#include <gtest/gtest.h>
+#include <process.h>
+#include <windows.h>
 
-#include "platform/thread.h"
+#include <atomic>
+#include <thread>
 
 namespace {
 
@@ -17,41 +20,37 @@ bool Wakes(DWORD flags = 0, DWORD mask = QS_ALLINPUT) {
   return MsgWaitForMultipleObjectsEx(0, nullptr, 0, mask, flags) == WAIT_OBJECT_0;
 }
 
-// An object of a thread that notes its end.
-struct Leaver {
-  std::atomic<bool>* gone = nullptr;
-  ~Leaver() {
-    if (gone != nullptr) *gone = true;
-  }
-};
-thread_local Leaver leaver;
+std::atomic<bool> objectGone;
+HANDLE mayLook, looked, mayEnd;
+
+unsigned __stdcall LookTwice(void*) {
+  struct Object {
+    ~Object() { objectGone = true; }
+  };
+  thread_local const Object object;
+  WaitForSingleObject(mayLook, INFINITE);
+  Look(PM_NOREMOVE);
+  SetEvent(looked);
+  WaitForSingleObject(mayEnd, INFINITE);
+  EXPECT_EQ(Look(PM_REMOVE), WM_USER);
+  return 0;
+}
 
 TEST(Kernel, AThreadTakesPostsFromItsFirstLookToItsEndWhichComesAfterThatOfItsObjects) {
-  std::atomic<bool> gone = false;
-  HANDLE events[3];  // each reset by the wait that it ends
-  for (HANDLE& event : events) event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
-  const HANDLE mayLook = events[0], looked = events[1], mayEnd = events[2];
-  {
-    const Thread thread([&] {
-      leaver.gone = &gone;
-      WaitForSingleObject(mayLook, INFINITE);
-      Look(PM_NOREMOVE);
-      SetEvent(looked);
-      WaitForSingleObject(mayEnd, INFINITE);
-      EXPECT_EQ(Look(PM_REMOVE), WM_USER);
-    });
-    EXPECT_FALSE(PostThreadMessageW(thread.id(), WM_USER, 0, 0));
-    SetEvent(mayLook);
-    EXPECT_EQ(WaitForSingleObject(looked, INFINITE), WAIT_OBJECT_0);
-    EXPECT_EQ(WaitForSingleObject(looked, 0), WAIT_TIMEOUT);
-    EXPECT_TRUE(PostThreadMessageW(thread.id(), WM_USER, 0, 0));
-    SetEvent(mayEnd);
-    EXPECT_EQ(WaitForSingleObject(thread.handle(), INFINITE), WAIT_OBJECT_0);
-    EXPECT_TRUE(gone);
-    EXPECT_FALSE(PostThreadMessageW(thread.id(), WM_USER, 0, 0));
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_THREAD_ID});
-  }
-  for (const HANDLE event : events) EXPECT_TRUE(CloseHandle(event));
+  for (HANDLE* event : {&mayLook, &looked, &mayEnd}) *event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+  unsigned id = 0;
+  const auto thread = reinterpret_cast<HANDLE>(_beginthreadex(nullptr, 0, LookTwice, nullptr, 0, &id));
+  EXPECT_FALSE(PostThreadMessageW(id, WM_USER, 0, 0));
+  SetEvent(mayLook);
+  EXPECT_EQ(WaitForSingleObject(looked, INFINITE), WAIT_OBJECT_0);
+  EXPECT_EQ(WaitForSingleObject(looked, 0), WAIT_TIMEOUT);  // the wait that it ended has reset it
+  EXPECT_TRUE(PostThreadMessageW(id, WM_USER, 0, 0));
+  SetEvent(mayEnd);
+  EXPECT_EQ(WaitForSingleObject(thread, INFINITE), WAIT_OBJECT_0);
+  EXPECT_TRUE(objectGone);
+  EXPECT_FALSE(PostThreadMessageW(id, WM_USER, 0, 0));
+  EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_THREAD_ID});
+  for (const HANDLE handle : {mayLook, looked, mayEnd, thread}) EXPECT_TRUE(CloseHandle(handle));
 }
 
 TEST(Kernel, MessagesComeInOrderAndAQuitLast) {
@@ -59,7 +58,7 @@ TEST(Kernel, MessagesComeInOrderAndAQuitLast) {
   const auto post = [](UINT message) {
     EXPECT_TRUE(PostThreadMessageW(GetCurrentThreadId(), message, 0, 0));
   };
-  Thread([&] {
+  std::jthread([&] {
     Look(PM_NOREMOVE);
     EXPECT_FALSE(Wakes());
     PostQuitMessage(5);

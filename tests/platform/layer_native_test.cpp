@@ -4,8 +4,9 @@
 #include <shlobj.h>
 #include <shlwapi.h>
 
-#include "support/fail_call.h"
-#include "support/guest.h"
+#include "common/handles.h"
+#include "support/fault_runs.h"
+#include "support/module_fixture.h"
 
 namespace {
 
@@ -15,15 +16,15 @@ TEST_F(LayerNativeTest, APlannedFaultIsReportedAndTheCallDoesNothing) {
   const auto set = [] { return SHSetValueW(HKEY_CURRENT_USER, TEXT("s"), nullptr, REG_SZ, nullptr, 0); };
   const auto make = [] { return CreateDirectoryW(TEXT("C:\\made"), nullptr) ? 0 : GetLastError(); };
   const std::string before = platform::SaveRegistry();
-  using Plan = platform::FaultPlan;
-  platform::ArmFaultPlan(
-      {.action = Plan::Action::Fail, .call = 2, .function = "SHSetValueW", .repeat = true, .error = 1234});
+  platform::ArmFaultPlan({.action = platform::FaultPlan::Action::Fail,
+                          .call = 2,
+                          .function = "SHSetValueW",
+                          .repeat = true,
+                          .error = 1234});
   EXPECT_EQ(set(), 0);
   EXPECT_EQ(SHDeleteKeyW(HKEY_CURRENT_USER, TEXT("s")), 0);
   for (int time = 0; time < 2; ++time) EXPECT_EQ(set(), 1234);
-  FailCall(1);
-  EXPECT_EQ(make(), DWORD{ERROR_ACCESS_DENIED});
-  EXPECT_EQ(platform::DisarmFaultPlan(), std::vector<std::string>{"CreateDirectoryW"});
+  EXPECT_EQ(Failing("", 1, make), DWORD{ERROR_ACCESS_DENIED});
   EXPECT_EQ(platform::SaveRegistry(), before);
   EXPECT_EQ(GetFileAttributesW(TEXT("C:\\made")), INVALID_FILE_ATTRIBUTES);
 }
@@ -53,6 +54,17 @@ TEST_F(LayerNativeTest, AHandleIsClosedByTheCallOfItsKind) {
   EXPECT_TRUE(FindClose(find) && CloseHandle(event) && RegCloseKey(key) == 0);
   EXPECT_FALSE(FindClose(find) || CloseHandle(event));
   EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_HANDLE});
+}
+
+TEST_F(LayerNativeTest, ASearchFindsNamesInTheirOrder) {
+  for (const WCHAR* name : {TEXT("\\b"), TEXT("\\C"), TEXT("\\a")}) WriteFileAt(Scratch() + name, "");
+  WIN32_FIND_DATAW data;
+  const UniqueFind search(FindFirstFileW(TEXT("C:\\scratch\\*"), &data));
+  std::string found;
+  do {
+    found += WideToUtf8(data.cFileName) + " ";
+  } while (FindNextFileW(search.get(), &data));
+  EXPECT_EQ(found, ". .. a b C ");
 }
 
 TEST_F(LayerNativeTest, ASpecialFolderIsMadeOnlyForThoseWhoAsk) {

@@ -124,7 +124,7 @@ TEST_F(Registration, FollowsTheDetails) {
     chess.defaultTypes = step.defaults;
     chess.urlSchemes = step.schemes;
     chess.anyType = step.anyType;
-    model.On(ShareAsCatalogue({chess}));
+    model.On(Share({chess}));
     EXPECT_EQ(Register(), step.changes);
     EXPECT_EQ(model.Compare(host::TakeSnapshot()), Texts());
   }
@@ -162,7 +162,7 @@ TEST_F(Registration, EndsWhereAKeyIsMissing) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.missing);
-    InstallTools();
+    host::PrepareGuest();
     Register();
     for (const std::string& key : {c.missing, classes + ".pgn", classes + "pgn_auto_file"}) hive::Drop(key);
     hive::Drop(urlKey);

@@ -1,14 +1,20 @@
-// What Wine is known to do otherwise than Windows, each difference stated once. A test fails when one of them
-// closes: the one that goes by it, or the one beside this file.
+// What Wine is known to do otherwise than Windows, each difference stated once. The test that goes by one
+// fails when it closes.
 #pragma once
 
+#include <windows.h>
+
 enum class Gap {
-  UserClasses,     // HKEY_CLASSES_ROOT does not show the current user's classes
   LinkProperties,  // a shell link's property store takes values, but does not give them back
-  ProgIdQuery,     // the ProgID of an extension that has one is E_NOTIMPL
   ExpandedText,    // SHGetValueW expands a REG_EXPAND_SZ and reports it as REG_SZ
   LoadedUpdate,    // a resource update of a loaded program fails when it begins, not when it is committed
 };
 
-// False on every platform but Wine.
-bool Lacks(Gap gap);
+// False on every platform but Wine, which is known by a name that only its own system library exports.
+inline bool Lacks(Gap) {
+#ifdef _WIN32
+  return GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
+#else
+  return false;
+#endif
+}

@@ -1,40 +1,14 @@
 // The host of the tests, over the gate of this build.
 #include "support/gate_fixture.h"
 
-#include <map>
-#include <memory>
-#include <mutex>
+#include <algorithm>
 
-#include "host/prepare.h"
 #include "host/wire.h"
-
-namespace {
-
-// What the gate's threads answer from; shared with the answering function, which may outlive a test's body.
-struct Script {
-  std::mutex mutex;
-  host::Catalogue catalogue;
-  std::map<std::uint32_t, std::vector<std::byte>> fixed;
-};
-
-std::shared_ptr<Script> theScript;
-
-host::Reply Answer(Script& script, std::span<const std::byte> envelope) {
-  std::lock_guard lock(script.mutex);
-  const std::uint32_t code = host::GetU32(envelope, 0);
-  const auto fixed = script.fixed.find(code);
-  if (fixed == script.fixed.end()) return host::AnswerCommand(script.catalogue, envelope);
-  return {.bytes = host::Envelope(code, fixed->second)};
-}
-
-}  // namespace
 
 void GateTest::SetUp() {
   GuestTest::SetUp();
   gate_ = host::CreateGate();
-  theScript = std::make_shared<Script>();
-  gate_->Serve(
-      [script = theScript](std::span<const std::byte> envelope) { return Answer(*script, envelope); });
+  gate_->Serve([this](std::span<const std::byte> envelope) { return Answer(envelope); });
 }
 
 void GateTest::TearDown() {
@@ -44,23 +18,52 @@ void GateTest::TearDown() {
   GuestTest::TearDown();
 }
 
-void GateTest::Share(std::vector<host::Application> applications) {
+host::Catalogue GateTest::Share(const std::vector<host::Application>& applications) {
   host::Catalogue catalogue;
-  for (host::Application& application : applications) catalogue.Add(std::move(application));
-  std::lock_guard lock(theScript->mutex);
-  theScript->catalogue = std::move(catalogue);
+  for (const host::Application& application : applications) catalogue.Add(application);
+  std::lock_guard lock(mutex_);
+  return catalogue_ = catalogue;
 }
 
-void GateTest::ReplyWith(std::uint32_t code, std::vector<std::byte> data) {
-  std::lock_guard lock(theScript->mutex);
-  theScript->fixed[code] = std::move(data);
+void GateTest::ReplyWith(std::uint32_t code, host::Bytes data) {
+  std::lock_guard lock(mutex_);
+  fixed_[code] = std::move(data);
 }
 
-std::vector<std::byte> TestBitmap(int width, int height) {
-  const auto w = static_cast<std::uint32_t>(width), h = static_cast<std::uint32_t>(height);
-  host::Bytes bmp = host::BlankBitmap(w, h);
-  bmp.resize(bmp.size() - std::size_t{4} * w * h);
-  for (std::uint32_t pixel = 0; pixel < w * h; ++pixel) host::PutU32(bmp, pixel * 2654435761u);
+void GateTest::Watch(Watcher watcher) {
+  std::lock_guard lock(mutex_);
+  watcher_ = std::move(watcher);
+}
+
+GateTest::Codes GateTest::TakeAsked() {
+  std::lock_guard lock(mutex_);
+  return std::exchange(asked_, {});
+}
+
+void GateTest::Await(std::uint32_t code) {
+  std::unique_lock lock(mutex_);
+  const bool seen = changed_.wait_for(lock, patience, [&] { return std::ranges::count(asked_, code) > 0; });
+  EXPECT_TRUE(seen) << "question " << code << " does not come";
+}
+
+host::Reply GateTest::Answer(std::span<const std::byte> envelope) {
+  std::unique_lock lock(mutex_);
+  if (const Watcher watcher = watcher_) {
+    lock.unlock();
+    watcher(envelope);
+    lock.lock();
+  }
+  const std::uint32_t code = host::GetU32(envelope, 0);
+  asked_.push_back(code);
+  changed_.notify_all();
+  const auto fixed = fixed_.find(code);
+  if (fixed == fixed_.end()) return host::AnswerCommand(catalogue_, envelope);
+  return {.bytes = host::Envelope(code, fixed->second)};
+}
+
+host::Bytes TestBitmap(std::uint32_t width, std::uint32_t height) {
+  host::Bytes bmp = host::BlankBitmap(width, height);
+  for (std::size_t at = 54; at < bmp.size(); ++at) bmp[at] = static_cast<std::byte>(at * 0x9E3779B1 >> 16);
   return bmp;
 }
 
@@ -70,8 +73,4 @@ host::Application TestApplication(const std::string& name) {
   application.name = name;
   application.icons.push_back({.file = "icon.png", .size = 16, .accepted = true, .bmp = TestBitmap(16, 16)});
   return application;
-}
-
-void InstallTools() {
-  host::PrepareGuest();
 }

@@ -1,37 +1,58 @@
-// A guest with a simulated host behind its tool gate. The host answers from what a test shares; every breach
-// of the gate's contract by the guest fails the test.
+// A guest with a simulated host behind its tool gate. The host answers from what a test shares and notes
+// every question; every breach of the gate's contract by the guest fails the test.
 #pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <map>
+#include <mutex>
 
 #include "host/catalogue.h"
 #include "host/gate.h"
+#include "host/prepare.h"
 #include "host/replies.h"
 #include "support/guest.h"
 
 class GateTest : public GuestTest {
  protected:
+  using Codes = std::vector<std::uint32_t>;
+  using Watcher = std::function<void(std::span<const std::byte> envelope)>;
+  static constexpr std::chrono::seconds patience{30};
+
   void SetUp() override;
   void TearDown() override;
 
   host::Gate& gate() { return *gate_; }
 
-  // Answers the guest's requests from these applications from now on.
-  void Share(std::vector<host::Application> applications);
-
+  // Answers the guest's requests from these applications from now on, and returns the catalogue of them.
+  host::Catalogue Share(const std::vector<host::Application>& applications);
   // Answers requests of `code` with these data, whatever the guest asks; other requests as before.
-  void ReplyWith(std::uint32_t code, std::vector<std::byte> data);
+  void ReplyWith(std::uint32_t code, host::Bytes data);
+
+  // `watcher` is called for each question before it is noted and answered.
+  void Watch(Watcher watcher);
+  // The codes of all questions since the last call.
+  Codes TakeAsked();
+  // Waits until `code` has been asked since the questions were last taken.
+  void Await(std::uint32_t code);
 
  private:
+  host::Reply Answer(std::span<const std::byte> envelope);
+
   std::unique_ptr<host::Gate> gate_;
+  std::mutex mutex_;  // guards what follows: the gate's threads answer from it
+  std::condition_variable changed_;
+  host::Catalogue catalogue_;
+  std::map<std::uint32_t, host::Bytes> fixed_;
+  Watcher watcher_;
+  Codes asked_;
 };
 
 using host::Items;
 
 // A whole bottom-up 32-bit BMP image whose pixels depend on their place.
-std::vector<std::byte> TestBitmap(int width, int height);
+host::Bytes TestBitmap(std::uint32_t width, std::uint32_t height);
 
 // An application with one small icon; types and schemes are the caller's to add.
 host::Application TestApplication(const std::string& name);
-
-// Installs the template stub and the tools' installation key, and creates the keys that registration expects
-// to find in the user's hive.
-void InstallTools();

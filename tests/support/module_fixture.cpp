@@ -25,7 +25,7 @@ std::string Line(char mark, const host::ResourceId& id, const std::string& data)
 
 void ModuleTest::SetUp() {
   GateTest::SetUp();
-  InstallTools();
+  host::PrepareGuest();
   ASSERT_GE(CoInitialize(nullptr), 0);
   folder_ = LauncherFolder();
 }
@@ -33,13 +33,6 @@ void ModuleTest::SetUp() {
 void ModuleTest::TearDown() {
   CoUninitialize();
   GateTest::TearDown();
-}
-
-host::Catalogue ModuleTest::ShareAsCatalogue(const std::vector<host::Application>& applications) {
-  Share(applications);
-  host::Catalogue catalogue;
-  for (const host::Application& application : applications) catalogue.Add(application);
-  return catalogue;
 }
 
 MacAppInfo ModuleTest::Info(const std::string& name) {

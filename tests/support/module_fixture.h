@@ -13,9 +13,6 @@ class ModuleTest : public GateTest {
   void SetUp() override;
   void TearDown() override;
 
-  // As Share; returns what a host::GuestModel takes.
-  host::Catalogue ShareAsCatalogue(const std::vector<host::Application>& applications);
-
   // The launcher folder, without a trailing separator.
   const WideString& folder() const { return folder_; }
 

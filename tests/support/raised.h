@@ -4,17 +4,16 @@
 #pragma once
 
 #include <exception>
+#include <functional>
+#include <regex>
 #include <string>
 
-// "/src/channel/mainfo.cpp:12: command failed" -> "mainfo: command failed"
-std::string WithoutPlaces(const std::string& what);
-
-template <class Work>
-std::string Raised(Work work) {
+inline std::string Raised(const std::function<void()>& work) {
+  static const std::regex place(R"([^ :]*[/\\]([a-z0-9_]+)\.(cpp|h):[0-9]+: )");
   try {
     work();
     return {};
   } catch (const std::exception& failure) {
-    return WithoutPlaces(failure.what());
+    return std::regex_replace(failure.what(), place, "$1: ");
   }
 }

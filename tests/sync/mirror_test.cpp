@@ -47,7 +47,7 @@ TEST_F(Mirror, FollowsTheHostsLists) {
     EXPECT_EQ(model.Compare(host::TakeSnapshot()), std::vector<std::string>()) << what;
   };
   const auto on = [&](const char* what, const std::vector<host::Application>& applications) {
-    model.On(ShareAsCatalogue(applications));
+    model.On(Share(applications));
     HandleSharingState(true);
     check(what);
   };
@@ -138,7 +138,7 @@ TEST_F(Mirror, QuietRemovalGoesOnAndLoudStopsWhereItFails) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
     for (const bool quiet : {false, true}) {
-      InstallTools();
+      host::PrepareGuest();
       EXPECT_EQ(Sync(), "");
       c.before();
       bool removed = false;

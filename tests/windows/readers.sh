@@ -20,7 +20,7 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 wine() { "$source/cmake/wine_env.sh" "$@"; }
 
-wine "$bin/velomira_tests.exe" --gtest_brief=1 '--gtest_filter=PlatformGaps.*' >"$work/log" || die "no empty guest"
+wine "$bin/velomira_tests.exe" --gtest_brief=1 '--gtest_filter=FilesTest.*' >"$work/log" || die "no empty guest"
 share() { "$@" <<<on >"$work/log" 2>&1 || { cat "$work/log" >&2; die "sharing does not go on"; }; }
 share wine "$bin/velomira-host.exe" shell --catalogue "$catalogue"
 share "$native" shell --catalogue "$catalogue" --guest "$work/native"
