@@ -1,9 +1,7 @@
 // The three questions to the host as it sees them, and every reply that a host could get wrong. After each
 // one the device is closed again and the next question is answered.
-#include <gtest/gtest.h>
 
 #include "channel/mainfo.h"
-#include "host/wire.h"
 #include "support/gate_fixture.h"
 #include "support/raised.h"
 
@@ -180,8 +178,7 @@ TEST_F(HostRecords, RepliesAreReadUntilTheyBreak) {
       {104, "cut header", doc + Bytes(11), doc1, exceeds},
       {103, "too short", Item(2, {}) + Item(2, Bytes(53)), {}, noIcons},
       {103, "wrong last type", bitmap + Item(3, Bytes(1)), {}, bitmapExpected},
-      {103, "wrong first type", Item(0, Bytes(1)) + bitmap, {}, bitmapExpected},
-  };
+      {103, "wrong first type", Item(0, Bytes(1)) + bitmap, {}, bitmapExpected}};
   for (const auto& c : cases) {
     AnswerWith({c.data});
     EXPECT_EQ(Ask(c.code), c.raised) << c.what;

@@ -2,13 +2,10 @@
 // as asked. Contexts are destroyed only after their request has ended, as their contract wants.
 #include "channel/tg.h"
 
-#include <gtest/gtest.h>
-
 #include <array>
 #include <chrono>
 
 #include "channel/dtool.h"
-#include "host/wire.h"
 #include "support/gate_fixture.h"
 
 namespace {

@@ -7,12 +7,10 @@ TEST(Text, ConversionsKeepTheLastError) {
   const struct {
     std::string_view utf8;
     WideView wide;
-  } cases[] = {
-      {"", TEXT("")},  // a size of 0, which the platform refuses with an error of its own
-      {"a", TEXT("a")},
-      {"\xC3\xA9\xE6\xBC\xA2\xF0\x9F\x98\x80", TEXT("\u00E9\u6F22\U0001F600")},
-      {{"a\0b", 3}, {TEXT("a\0b"), 3}},
-  };
+  } cases[] = {{"", TEXT("")},  // a size of 0, which the platform refuses with an error of its own
+               {"a", TEXT("a")},
+               {"\xC3\xA9\xE6\xBC\xA2\xF0\x9F\x98\x80", TEXT("\u00E9\u6F22\U0001F600")},
+               {{"a\0b", 3}, {TEXT("a\0b"), 3}}};
   for (const auto& c : cases) {
     SetLastError(77);
     EXPECT_EQ(Utf8ToWide(c.utf8), c.wide);

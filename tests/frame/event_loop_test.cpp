@@ -2,7 +2,6 @@
 // moves it on. What a loop did is looked at after its worker has been stopped, when it can do no more.
 #include <shlwapi.h>
 
-#include "host/guest_view.h"
 #include "launcher/fs.h"
 #include "support/module_fixture.h"
 #include "support/tool_guest.h"
@@ -102,21 +101,19 @@ TEST_F(EventLoop, AReceiveThatFailsIsSubmittedAgainOrEndsReceiving) {
     host::Fault fault;
     bool again;
   };
-  const Case cases[] = {
-      {{.status = 0xF0000020}, true},
-      {{.status = 0xF0000025}, true},
-      {{.systemError = ERROR_RETRY}, true},
-      {{.systemError = ERROR_WORKING_SET_QUOTA}, true},
-      {{.status = 0xF0000000}, false},
-      {{.status = 5}, false},
-      {{.systemError = ERROR_OPERATION_ABORTED}, false},
-      {{.systemError = ERROR_GEN_FAILURE}, false},
-      {{.status = 0xF0000020, .pendFirst = true}, true},
-      {{.status = 0xF0000000, .pendFirst = true}, true},
-      {{.status = 5, .pendFirst = true}, true},
-      {{.systemError = ERROR_RETRY, .pendFirst = true}, true},
-      {{.systemError = ERROR_OPERATION_ABORTED, .pendFirst = true}, true},
-  };
+  const Case cases[] = {{{.status = 0xF0000020}, true},
+                        {{.status = 0xF0000025}, true},
+                        {{.systemError = ERROR_RETRY}, true},
+                        {{.systemError = ERROR_WORKING_SET_QUOTA}, true},
+                        {{.status = 0xF0000000}, false},
+                        {{.status = 5}, false},
+                        {{.systemError = ERROR_OPERATION_ABORTED}, false},
+                        {{.systemError = ERROR_GEN_FAILURE}, false},
+                        {{.status = 0xF0000020, .pendFirst = true}, true},
+                        {{.status = 0xF0000000, .pendFirst = true}, true},
+                        {{.status = 5, .pendFirst = true}, true},
+                        {{.systemError = ERROR_RETRY, .pendFirst = true}, true},
+                        {{.systemError = ERROR_OPERATION_ABORTED, .pendFirst = true}, true}};
   for (const Case& c : cases) {
     SCOPED_TRACE(::testing::Message() << "error " << c.fault.systemError << " status " << std::hex
                                       << c.fault.status << (c.fault.pendFirst ? " after pending" : ""));

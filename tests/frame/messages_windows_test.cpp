@@ -1,6 +1,5 @@
 // What only a real message queue shows: messages of windows on the worker's thread, as COM and the shell have
 // them.
-#include <windows.h>
 
 #include <atomic>
 

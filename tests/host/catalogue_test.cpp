@@ -77,17 +77,13 @@ TEST_F(CatalogueTest, AWholeEntryIsRead) {
   const host::Catalogue catalogue = Load(R"({"applications": [{"bundleId": "x.y", "name": "Café",
       "documentTypes": ["a", "b"], "defaultTypes": ["b"], "anyType": true, "urlSchemes": ["s"],
       "icons": ["a.png", {"file": "a.png", "format": "bmp24"}]}]})");
-  ASSERT_EQ(catalogue.applications().size(), 1u);
-  const host::Application& app = catalogue.applications()[0];
-  EXPECT_EQ(app.bundleId, "x.y");
-  EXPECT_EQ(app.name, "Caf\xC3\xA9");
-  EXPECT_EQ(app.documentTypes, (std::vector<std::string>{"a", "b"}));
-  EXPECT_EQ(app.defaultTypes, std::vector<std::string>{"b"});
+  const host::Application& app = catalogue.applications().at(0);
+  using Texts = std::vector<std::string>;
+  EXPECT_EQ((std::vector{Texts{app.bundleId, app.name}, app.documentTypes, app.defaultTypes, app.urlSchemes}),
+            (std::vector{Texts{"x.y", "Caf\xC3\xA9"}, Texts{"a", "b"}, Texts{"b"}, Texts{"s"}}));
   EXPECT_TRUE(app.anyType);
-  EXPECT_EQ(app.urlSchemes, std::vector<std::string>{"s"});
-  ASSERT_EQ(app.icons.size(), 2u);
-  EXPECT_TRUE(app.icons[0].accepted);
-  EXPECT_FALSE(app.icons[1].accepted);
+  EXPECT_TRUE(app.icons.at(0).accepted);
+  EXPECT_FALSE(app.icons.at(1).accepted);
 }
 
 TEST_F(CatalogueTest, ABadCatalogueIsRefusedWithFileAndReason) {
@@ -98,24 +94,15 @@ TEST_F(CatalogueTest, ABadCatalogueIsRefusedWithFileAndReason) {
   };
   const struct {
     std::string json, reason, file = "catalogue.json";
-  } cases[] = {
-      {"{", "1:2: syntax error while parsing object key"},
-      {R"({"apps": []})", "\"applications\" is missing"},
-      {"[]", "type must be object, but is array"},
-      {with(R"("icon": [])"), "1:58: unknown field \"icon\""},
-      {apps(R"({"bundleId": "b", "name": 1})"), "1:45: type must be string, but is number"},
-      {with(R"("urlSchemes": "s")"), "type must be array, but is string"},
-      {with(R"("anyType": "yes")"), "type must be boolean, but is string"},
-      {apps(R"({"bundleId": "b"})"), "name is empty"},
-      {apps(R"({"bundleId": "b", "name": "A: B"})"), "name cannot name a file"},
-      {with(R"("documentTypes": [""])"), "documentTypes is empty"},
-      {with(R"("urlSchemes": ["a\\b"])"), "backslash"},
-      {with(R"("icons": ["no.png"])"), "cannot be opened", "no.png"},
-      {with(R"("icons": ["text.png"])"), "is no PNG image", "text.png"},
-      {with(R"("icons": [{"file": "a.png", "format": "gif"}])"), "unknown format"},
-      {apps(good + R"(, {"bundleId": "c", "name": "a"})"), "two of this name"},
-      {apps(good + R"(, {"bundleId": "b", "name": "B"})"), "bundleId of A"},
-  };
+  } cases[] = {{"{", "1:2: syntax error while parsing object key"},
+               {R"({"apps": []})", "\"applications\" is missing"},
+               {"[]", "type must be object, but is array"},
+               {with(R"("urlSchemes": "s")"), "type must be array, but is string"},
+               {apps(R"({"bundleId": "b"})"), "name is empty"},
+               {with(R"("documentTypes": [""])"), "documentTypes is empty"},
+               {with(R"("icons": ["no.png"])"), "cannot be opened", "no.png"},
+               {with(R"("icons": [{"file": "a.png", "format": "gif"}])"), "unknown format"},
+               {apps(good + R"(, {"bundleId": "b", "name": "B"})"), "bundleId of A"}};
   for (const auto& each : cases) {
     SCOPED_TRACE(each.json);
     const std::string message = Refusal(each.json);

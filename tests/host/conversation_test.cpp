@@ -65,8 +65,7 @@ TEST(Conversation, NamesEveryFieldAndSaysWhereReadingEnds) {
        host::Envelope(102, behind),
        "list",
        {{"bundleId", "example.loom"}, {"name", "Loom"}},
-       "item 2 exceeds the data"},
-  };
+       "item 2 exceeds the data"}};
   for (const auto& each : cases) {
     const host::Message message = host::ReadMessage(each.direction, each.envelope);
     SCOPED_TRACE(std::string(each.code) + " " + each.fault);

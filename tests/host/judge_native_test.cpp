@@ -9,10 +9,8 @@
 #include <functional>
 #include <sstream>
 
-#include "common/handles.h"
 #include "frame/sharing_state.h"
 #include "launcher/fs.h"
-#include "support/hive.h"
 #include "support/module_fixture.h"
 
 namespace {
@@ -164,8 +162,7 @@ TEST_F(JudgeTest, ConvictsWhatIsWrongAlone) {
       {putKey(classes + "Applications\\Old (Mac).exe"), "the application key is there", "Old"},
       {putKey(classes + "Tsrn.Url.Old (Mac)"), "the command that opens addresses is there", "Old"},
       {putKey(tools + "\\MacApps\\Old (Mac)"), "the set of capabilities is there", "Old"},
-      {putText(registered, "Old (Mac)", ""), "the entry among the registered applications is there", "Old"},
-  };
+      {putText(registered, "Old (Mac)", ""), "the entry among the registered applications is there", "Old"}};
   for (const auto& each : cases) {
     Mirror();
     each.harm();
@@ -195,8 +192,7 @@ TEST_F(JudgeTest, SaysWhatIsKeptOnPurpose) {
       {[](App&) { hive::PutText(classes + "chess", "", "URL:somebody else's"); },
        "Chess: kept: the scheme chess is declared by somebody else\n"},
       {[this](App&) { WriteFileAt(folder() + TEXT("\\Notes.exe"), "x"); },
-       "kept: " + WideToUtf8(folder()) + "\\Notes.exe, a file of somebody else's\n"},
-  };
+       "kept: " + WideToUtf8(folder()) + "\\Notes.exe, a file of somebody else's\n"}};
   for (const auto& each : cases) {
     Mirror();
     std::vector<App> changed = apps_;
@@ -216,21 +212,19 @@ TEST_F(JudgeTest, WithSharingOffOnlyTheResidueMayBeThere) {
   const struct {
     std::function<void()> harm;
     std::string found;
-  } cases[] = {
-      {[] {}, residue},
-      {[] { hive::PutKey(classes + ".fen\\OpenWithList\\Chess (Mac).exe"); },
-       residue + "Chess: the offer for .fen is there\n"},
-      {[] { hive::PutKey(classes + ".fen\\OpenWithList\\Old (Mac).exe"); },
-       residue + "Old: kept: the offer for .fen\n"},
-      {[] { hive::PutText(classes + "chess", "", "URL:chess (Mac)"); }, residue},
-      {[] {
-         hive::PutText(classes + "chess", "", "URL:chess (Mac)");
-         hive::PutText(classes + "chess", "URL Protocol", "");
-       },
-       residue + "Chess: the declaration of the scheme chess is there\n"},
-      {[this] { CreateDirectoryW(folder().c_str(), nullptr); },
-       WideToUtf8(folder()) + " is there\n" + residue},
-  };
+  } cases[] = {{[] {}, residue},
+               {[] { hive::PutKey(classes + ".fen\\OpenWithList\\Chess (Mac).exe"); },
+                residue + "Chess: the offer for .fen is there\n"},
+               {[] { hive::PutKey(classes + ".fen\\OpenWithList\\Old (Mac).exe"); },
+                residue + "Old: kept: the offer for .fen\n"},
+               {[] { hive::PutText(classes + "chess", "", "URL:chess (Mac)"); }, residue},
+               {[] {
+                  hive::PutText(classes + "chess", "", "URL:chess (Mac)");
+                  hive::PutText(classes + "chess", "URL Protocol", "");
+                },
+                residue + "Chess: the declaration of the scheme chess is there\n"},
+               {[this] { CreateDirectoryW(folder().c_str(), nullptr); },
+                WideToUtf8(folder()) + " is there\n" + residue}};
   HandleSharingState(false);
   for (const auto& each : cases) {
     each.harm();

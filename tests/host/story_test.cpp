@@ -5,7 +5,6 @@
 #include <algorithm>
 
 #include "host/judge.h"
-#include "host/prepare.h"
 #include "host/system.h"
 #include "support/gate_fixture.h"
 

@@ -6,7 +6,6 @@
 #include <random>
 #include <sstream>
 
-#include "host/prepare.h"
 #include "host/replay.h"
 #include "host/system.h"
 #include "support/gate_fixture.h"
@@ -128,30 +127,28 @@ TEST_F(TraceTest, PlaysAgainAndFindsWhatIsDifferent) {
   const struct {
     const char* text;
     std::function<void(host::Trace&)> change;
-  } cases[] = {
-      {"", [](host::Trace&) {}},
-      {"  -     added = x",
-       [](host::Trace& trace) {
-         trace.lines[trace.lines.size() - 2].fields["guest"]["registry"]
-                                                   ["HKCU\\Software\\RegisteredApplications\x01"
-                                                    "added"] = "\"x\"";
-       }},
-      {".fen",
-       [&](host::Trace& trace) {
-         find(trace, Direction::Reply, "details")->bytes =
-             host::Envelope(104, Items().Text(3, "fen").bytes());
-       }},
-      {"the guest does not ask what it asked then: icons, bundleId test.Chess, room 277764",
-       [&](host::Trace& trace) {
-         const auto request = find(trace, Direction::Request, "icons");
-         trace.lines.insert(request, {*request, *(request + 1)});
-       }},
-      {"the guest asks what it did not ask then: details, bundleId test.Chess, room 32748",
-       [&](host::Trace& trace) {
-         const auto request = find(trace, Direction::Request, "details");
-         trace.lines.erase(request, request + 2);
-       }},
-  };
+  } cases[] = {{"", [](host::Trace&) {}},
+               {"  -     added = x",
+                [](host::Trace& trace) {
+                  trace.lines[trace.lines.size() - 2].fields["guest"]["registry"]
+                                                            ["HKCU\\Software\\RegisteredApplications\x01"
+                                                             "added"] = "\"x\"";
+                }},
+               {".fen",
+                [&](host::Trace& trace) {
+                  find(trace, Direction::Reply, "details")->bytes =
+                      host::Envelope(104, Items().Text(3, "fen").bytes());
+                }},
+               {"the guest does not ask what it asked then: icons, bundleId test.Chess, room 277764",
+                [&](host::Trace& trace) {
+                  const auto request = find(trace, Direction::Request, "icons");
+                  trace.lines.insert(request, {*request, *(request + 1)});
+                }},
+               {"the guest asks what it did not ask then: details, bundleId test.Chess, room 32748",
+                [&](host::Trace& trace) {
+                  const auto request = find(trace, Direction::Request, "details");
+                  trace.lines.erase(request, request + 2);
+                }}};
   for (const auto& each : cases) {
     SCOPED_TRACE(each.text);
     NewGuest();

@@ -1,11 +1,8 @@
 // Host bitmaps into icon images: what is refused and in which order, the layout, and the mask of old systems.
 #include "launcher/bmp2ico.h"
 
-#include <gtest/gtest.h>
-
 #include <cstring>
 
-#include "host/wire.h"
 #include "support/gate_fixture.h"
 #include "support/raised.h"
 
@@ -27,16 +24,14 @@ TEST(BitmapConversion, ChecksTheHeaderInOrder) {
     std::size_t at;
     std::uint32_t bad;
     const char* message;
-  } checks[] = {
-      {0, 0x4D43, "bmp2ico: Invalid bmp header"},
-      {14, 108, "bmp2ico: Invalid bmp info header size"},
-      {46, 1, "bmp2ico: Bitmap palettes not supported"},
-      {50, 1, "bmp2ico: Bitmap palettes not supported"},
-      {30, 3, "bmp2ico: Only uncompressed RGB bitmaps supported"},
-      {28, 24, "bmp2ico: Only 32bpp bitmaps supported"},
-      {26, 2 | 32 << 16, "bmp2ico: Only single-plane bitmaps supported"},
-      {22, 0xFFFFFFF0, "bmp2ico: Invalid bmp dimensions"},
-  };
+  } checks[] = {{0, 0x4D43, "bmp2ico: Invalid bmp header"},
+                {14, 108, "bmp2ico: Invalid bmp info header size"},
+                {46, 1, "bmp2ico: Bitmap palettes not supported"},
+                {50, 1, "bmp2ico: Bitmap palettes not supported"},
+                {30, 3, "bmp2ico: Only uncompressed RGB bitmaps supported"},
+                {28, 24, "bmp2ico: Only 32bpp bitmaps supported"},
+                {26, 2 | 32 << 16, "bmp2ico: Only single-plane bitmaps supported"},
+                {22, 0xFFFFFFF0, "bmp2ico: Invalid bmp dimensions"}};
   Bytes bitmap = TestBitmap(16, 16);
   for (std::size_t i = std::size(checks); i-- > 0;) {
     Put(bitmap, checks[i].at, checks[i].bad);
@@ -78,12 +73,7 @@ TEST(BitmapConversion, KeepsHeaderAndPixelsAndAddsAnEmptyMask) {
   const struct {
     int width, height;
     std::size_t pixels, mask;
-  } cases[] = {
-      {1, 1, 4, 4},
-      {32, 2, 256, 8},
-      {33, 2, 264, 16},
-      {256, 256, 262144, 8192},
-  };
+  } cases[] = {{1, 1, 4, 4}, {32, 2, 256, 8}, {33, 2, 264, 16}, {256, 256, 262144, 8192}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.width);
     const Bytes bitmap = TestBitmap(c.width, c.height);
@@ -101,12 +91,10 @@ TEST(BitmapConversion, MasksTransparentPixelsAndBlackensThem) {
     std::uint32_t value, becomes;
     std::size_t maskByte;
     unsigned maskBit;  // 0: not masked
-  } cases[] = {
-      {0, below, 0x7F000000, 0, 0x80},  {6, least, least, 0, 0},
-      {7, below, 0x7F000000, 0, 0x01},  {8, 0, 0, 1, 0x80},
-      {32, below, 0x7F000000, 4, 0x80}, {47, 0x00FFFFFF, 0, 5, 0x01},
-      {48 + 31, 0, 0, 8 + 3, 0x01},     {48 + 40, below, 0x7F000000, 8 + 5, 0x80},
-  };
+  } cases[] = {{0, below, 0x7F000000, 0, 0x80},  {6, least, least, 0, 0},
+               {7, below, 0x7F000000, 0, 0x01},  {8, 0, 0, 1, 0x80},
+               {32, below, 0x7F000000, 4, 0x80}, {47, 0x00FFFFFF, 0, 5, 0x01},
+               {48 + 31, 0, 0, 8 + 3, 0x01},     {48 + 40, below, 0x7F000000, 8 + 5, 0x80}};
   Bytes bitmap = TestBitmap(48, 2);
   for (std::size_t pixel = 0; pixel < 96; ++pixel) Put(bitmap, 54 + 4 * pixel, opaque);
   Bytes expected(bitmap.begin() + 14, bitmap.end());

@@ -7,10 +7,7 @@
 #include <propsys.h>
 #include <shlobj.h>
 
-#include "common/handles.h"
-#include "support/gaps.h"
 #include "support/module_fixture.h"
-#include "support/raised.h"
 
 namespace {
 

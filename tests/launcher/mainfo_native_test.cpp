@@ -3,9 +3,7 @@
 
 #include "launcher/fs.h"
 #include "support/fault_runs.h"
-#include "support/hive.h"
 #include "support/module_fixture.h"
-#include "support/raised.h"
 
 namespace {
 
@@ -43,8 +41,7 @@ TEST_F(LauncherFaults, CreationStopsAtTheFailureAndLeavesWhatItsStepMade) {
       {"CoCreateInstance", 1, "fs: CoCreateInstance() failed", "launcher key "},
       {"IUnknown::QueryInterface", 1, "fs: IShellLink::QueryInterface() failed", "launcher key "},
       {"IUnknown::QueryInterface", 2, "", "launcher key shortcut "},  // as on systems without property stores
-      {"IPersistFile::Save", 1, "fs: IPersistFile::Save() failed", "launcher key "},
-  };
+      {"IPersistFile::Save", 1, "fs: IPersistFile::Save() failed", "launcher key "}};
   for (const auto& c : cases) {
     SCOPED_TRACE(std::string(c.function) + " " + std::to_string(c.call));
     EXPECT_EQ(Failing(c.function, c.call, [&] { return Create(); }), c.raised);

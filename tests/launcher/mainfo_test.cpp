@@ -2,16 +2,9 @@
 // lies.
 #include "launcher/mainfo.h"
 
-#include <windows.h>
-
-#include "common/handles.h"
 #include "common/windows_version.h"
-#include "host/wire.h"
 #include "launcher/bmp2ico.h"
-#include "support/gaps.h"
-#include "support/hive.h"
 #include "support/module_fixture.h"
-#include "support/raised.h"
 
 namespace {
 
@@ -19,7 +12,6 @@ using host::Bytes;
 
 constexpr WORD rcData = 10;
 constexpr std::uint32_t getIcons = 103;
-const std::string applications = "HKCU\\Software\\Classes\\Applications\\";
 const std::string toolsKey = "HKLM\\SOFTWARE\\Tessarine\\Tessarine Tools";
 const std::string narrowKey = "HKLM\\SOFTWARE\\Wow6432Node\\Tessarine\\Tessarine Tools";
 
@@ -62,7 +54,7 @@ TEST_F(LauncherCreation, GivesTheTemplateItsIdentityAndItsName) {
   EXPECT_EQ(ResourceData(launcher, rcData, 259, 0), host::Utf16Bytes(name));
   EXPECT_EQ(ResourceData(launcher, rcData, 57005, 0), std::string("mice was here\0", 14));
   EXPECT_EQ(Parts(name), "launcher key shortcut ");
-  EXPECT_EQ(hive::Value(applications + name + " (Mac).exe\\shell\\open\\command", ""),
+  EXPECT_EQ(hive::Value(hive::applications + name + " (Mac).exe\\shell\\open\\command", ""),
             "\"\"" + WideToUtf8(launcher) + "\" \"%1\"\"");
 }
 
@@ -131,22 +123,20 @@ TEST_F(LauncherCreation, TheIdentifierAloneDecidesWhetherALauncherIsKept) {
     const char* what;
     std::string resource;  // number 260; empty: none, as in the template
     bool valid, key, shortcut;
-  } cases[] = {
-      {"none", "", false, true, true},
-      {"none, and no key", "", false, false, true},
-      {"none, and no shortcut", "", false, true, false},
-      {"an empty one", std::string(2, '\0'), false, true, true},
-      {"text behind a NUL", std::string("\0\0x\0", 4), false, true, true},
-      {"half a character", "x", false, true, true},
-      {"a character whose low half is 0", std::string("\0x", 2), true, false, false},
-      {"another's", host::Utf16Bytes("another.identifier"), true, false, true},
-  };
+  } cases[] = {{"none", "", false, true, true},
+               {"none, and no key", "", false, false, true},
+               {"none, and no shortcut", "", false, true, false},
+               {"an empty one", std::string(2, '\0'), false, true, true},
+               {"text behind a NUL", std::string("\0\0x\0", 4), false, true, true},
+               {"half a character", "x", false, true, true},
+               {"a character whose low half is 0", std::string("\0x", 2), true, false, false},
+               {"another's", host::Utf16Bytes("another.identifier"), true, false, true}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
     ASSERT_EQ(Create(Info("Chess"), false), "built");
     CopyTemplate();
     if (!c.resource.empty()) PutResource(Launcher("Chess"), rcData, 260, 0, c.resource);
-    if (!c.key) hive::Drop(applications + "Chess (Mac).exe");
+    if (!c.key) hive::Drop(hive::applications + "Chess (Mac).exe");
     if (!c.shortcut) DeleteFileW(Shortcut("Chess").c_str());
     const std::string parts = Parts("Chess"), changes = ResourceChanges(Launcher("Chess"));
     const std::uint64_t asked = gate().Facts().sends;
@@ -180,14 +170,12 @@ TEST_F(LauncherCreation, TheInstallLocationIsAShortTextOfEitherView) {
     const char* what;
     DWORD type;
     std::string bytes, location;
-  } cases[] = {
-      {"text without NUL", REG_SZ, std::string("D\0:\0/\0", 6), "D:/"},
-      {"text with a NUL inside", REG_SZ, std::string("D\0:\0\0\0x\0\0\0", 10), "D:"},
-      {"260 units", REG_SZ, host::Utf16Bytes(std::string(259, 'x')), std::string(259, 'x')},
-      {"261 units", REG_SZ, host::Utf16Bytes(std::string(260, 'x')), "D:\\Narrow"},
-      {"expandable text", REG_EXPAND_SZ, host::Utf16Bytes("D:"), "D:\\Narrow"},
-      {"empty text", REG_SZ, host::Utf16Bytes(""), "D:\\Narrow"},
-  };
+  } cases[] = {{"text without NUL", REG_SZ, std::string("D\0:\0/\0", 6), "D:/"},
+               {"text with a NUL inside", REG_SZ, std::string("D\0:\0\0\0x\0\0\0", 10), "D:"},
+               {"260 units", REG_SZ, host::Utf16Bytes(std::string(259, 'x')), std::string(259, 'x')},
+               {"261 units", REG_SZ, host::Utf16Bytes(std::string(260, 'x')), "D:\\Narrow"},
+               {"expandable text", REG_EXPAND_SZ, host::Utf16Bytes("D:"), "D:\\Narrow"},
+               {"empty text", REG_SZ, host::Utf16Bytes(""), "D:\\Narrow"}};
   hive::PutText(narrowKey, "InstallLocation", "D:\\Narrow");
   for (const auto& c : cases) {
     hive::PutData(toolsKey, "InstallLocation", c.type, c.bytes);

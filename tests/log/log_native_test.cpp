@@ -136,12 +136,10 @@ TEST_F(LogFile, AFolderThatIsThereServesWhateverItsCreationFailsWith) {
     bool folder, file;  // what is called "Logs" before
     DWORD error;        // of the creation; 0: it is not made to fail
     bool primary;
-  } cases[] = {
-      {"there", true, false, 0, true},
-      {"there, creation denied", true, false, ERROR_ACCESS_DENIED, true},
-      {"missing, creation denied", false, false, ERROR_ACCESS_DENIED, false},
-      {"a file", false, true, 0, false},
-  };
+  } cases[] = {{"there", true, false, 0, true},
+               {"there, creation denied", true, false, ERROR_ACCESS_DENIED, true},
+               {"missing, creation denied", false, false, ERROR_ACCESS_DENIED, false},
+               {"a file", false, true, 0, false}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
     InOwnProcess([&] {

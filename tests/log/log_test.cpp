@@ -2,8 +2,6 @@
 // belong to the process, so every test has one of its own.
 #include "log/log.h"
 
-#include <gtest/gtest.h>
-
 #include <cstdio>
 #include <sstream>
 #include <vector>

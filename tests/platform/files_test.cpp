@@ -1,7 +1,5 @@
 // Which uses of a file go together, as every build must have it.
-#include <windows.h>
 
-#include "common/handles.h"
 #include "support/module_fixture.h"
 
 namespace {

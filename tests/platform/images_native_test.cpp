@@ -25,42 +25,40 @@ TEST_F(ImagesNativeTest, OddFilesAreRefused) {
     std::size_t offset;
     DWORD value;
     bool isRead = false;
-  } cases[] = {
-      // Headers: offsets, sizes and alignments
-      {60, 0x7FFFFFF0},
-      {signature, 0x4551},
-      {signature + 20, 0x00220010},
-      {signature + 20, 0x0022FFF0},
-      {signature + 20, 0x00220080},
-      {signature + 4, 0xFFFF8664},
-      {optional, 0x010C},
-      {optional + 32, 0},
-      {optional + 36, 0x300},
-      {optional + 60, 0x10000},
-      // Sections: bytes outside the file, addresses that overlap or wrap
-      {second + 16, 0x10000},
-      {second + 20, 0xFFFFFF00},
-      {third + 12, 0x2000},
-      {second + 8, 0xFFFFF000},
-      // Directories: places, counts and names; one that is its own child
-      {optional + 112 + 16, 0x9000},
-      {resources + 12, 0xFFFFFFFF},
-      {resources + 20, 24},
-      {resources + 20, 0x80000200},
-      {resources + 48 + 20, 0x80000000},
-      {resources + 16, 0x800001FF},
-      {resources + 16, 0x10000},
-      {resources + 48 + 16, 0x80000004},
-      // Data
-      {resources + 48 + 20, 0x1F8},
-      {resources + 72, 0x9000},
-      {resources + 76, 0x10000},
-      {resources + 76, 0xFFFFFFFF},
-      // What an update would have to carry along: a symbol table, a certificate, debug data
-      {signature + 12, 4, true},
-      {optional + 112 + 32, 4, true},
-      {optional + 112 + 48, 4, true},
-  };
+  } cases[] = {// Headers: offsets, sizes and alignments
+               {60, 0x7FFFFFF0},
+               {signature, 0x4551},
+               {signature + 20, 0x00220010},
+               {signature + 20, 0x0022FFF0},
+               {signature + 20, 0x00220080},
+               {signature + 4, 0xFFFF8664},
+               {optional, 0x010C},
+               {optional + 32, 0},
+               {optional + 36, 0x300},
+               {optional + 60, 0x10000},
+               // Sections: bytes outside the file, addresses that overlap or wrap
+               {second + 16, 0x10000},
+               {second + 20, 0xFFFFFF00},
+               {third + 12, 0x2000},
+               {second + 8, 0xFFFFF000},
+               // Directories: places, counts and names; one that is its own child
+               {optional + 112 + 16, 0x9000},
+               {resources + 12, 0xFFFFFFFF},
+               {resources + 20, 24},
+               {resources + 20, 0x80000200},
+               {resources + 48 + 20, 0x80000000},
+               {resources + 16, 0x800001FF},
+               {resources + 16, 0x10000},
+               {resources + 48 + 16, 0x80000004},
+               // Data
+               {resources + 48 + 20, 0x1F8},
+               {resources + 72, 0x9000},
+               {resources + 76, 0x10000},
+               {resources + 76, 0xFFFFFFFF},
+               // What an update would have to carry along: a symbol table, a certificate, debug data
+               {signature + 12, 4, true},
+               {optional + 112 + 32, 4, true},
+               {optional + 112 + 48, 4, true}};
   const WideString path = Path();
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << std::hex << c.offset << ": " << c.value);

@@ -4,7 +4,6 @@
 #include <shlobj.h>
 #include <shlwapi.h>
 
-#include "common/handles.h"
 #include "support/fault_runs.h"
 #include "support/module_fixture.h"
 

@@ -1,6 +1,5 @@
 // How the registry takes paths apart, and deleted keys, where the module's own suites would not notice a
 // difference.
-#include <windows.h>
 
 #include "support/guest.h"
 #include "support/hive.h"

@@ -19,12 +19,10 @@ TEST_F(FileAssociationFaults, AClaimGoesAsFarAsItCan) {
     const char* denied;
     bool claimed, offered;
     std::string written;
-  } cases[] = {
-      {".pgn", !old, false, old ? "" : "progid command "},
-      {".pgn\\OpenWithList", true, false, byDefault + "progid command "},
-      {"pgn_auto_file", false, true, byDefault + "offer "},
-      {"pgn_auto_file\\shell", false, true, byDefault + "progid offer "},
-  };
+  } cases[] = {{".pgn", !old, false, old ? "" : "progid command "},
+               {".pgn\\OpenWithList", true, false, byDefault + "progid command "},
+               {"pgn_auto_file", false, true, byDefault + "offer "},
+               {"pgn_auto_file\\shell", false, true, byDefault + "progid offer "}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.denied);
     platform::ResetRegistry();

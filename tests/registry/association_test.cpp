@@ -2,15 +2,12 @@
 // which is fixed for a process; these tests go by the one they find and are run once for each range.
 #include "registry/registry_association.h"
 
-#include <windows.h>
-
 #include "common/windows_version.h"
 #include "support/guest.h"
 #include "support/hive.h"
 
 namespace {
 
-const std::string classes = "HKCU\\Software\\Classes\\";
 const WideString chess = TEXT("Chess (Mac)");
 
 class FileAssociation : public GuestTest {
@@ -32,33 +29,34 @@ TEST_F(FileAssociation, KeepsAwayFromTheSystemsOwnTypes) {
 
 // With the offer written over where the launcher is offered alone, and left where it is to be the default.
 TEST_F(FileAssociation, ClaimsWithTheLauncherOfTheFolderAndOffersIt) {
-  const std::string offer = classes + ".pgn\\OpenWithList\\Chess (Mac).exe",
-                    progId = classes + "pgn_auto_file";
-  hive::PutText(classes + ".pgn", "", "chosen");
+  const std::string offer = hive::classes + ".pgn\\OpenWithList\\Chess (Mac).exe",
+                    progId = hive::classes + "pgn_auto_file";
+  hive::PutText(hive::classes + ".pgn", "", "chosen");
   EXPECT_TRUE(RegisterOpenWith(chess, TEXT("pgn"), TEXT("C:\\old"), false));
   hive::PutText(offer, "", "written over");
   EXPECT_TRUE(RegisterOpenWith(chess, TEXT("pgn"), TEXT("C:\\old"), false));
   EXPECT_EQ(hive::Value(offer, ""), "\"Chess (Mac).exe\"");
   EXPECT_FALSE(hive::Has(progId));
-  EXPECT_EQ(hive::Value(classes + ".pgn", ""), "\"chosen\"");
+  EXPECT_EQ(hive::Value(hive::classes + ".pgn", ""), "\"chosen\"");
   hive::PutText(offer, "", "not written over");
   EXPECT_FALSE(RegisterOpenWith(chess, TEXT("pgn"), TEXT("C:/new/"), true));
   EXPECT_EQ(hive::Value(offer, ""), "\"not written over\"");
   EXPECT_EQ(hive::Value(progId, ""), "\"\"");
   EXPECT_EQ(hive::Value(progId + "\\shell\\open\\command", ""), "\"\"C:/new/Chess (Mac).exe\" \"%1\"\"");
-  EXPECT_EQ(hive::Value(classes + ".pgn", ""), old_ ? "\"pgn_auto_file\"" : "\"chosen\"");
+  EXPECT_EQ(hive::Value(hive::classes + ".pgn", ""), old_ ? "\"pgn_auto_file\"" : "\"chosen\"");
   RegisterOpenWith(chess, TEXT("pgn"), TEXT("C:\\x\\"), true);
   EXPECT_EQ(hive::Value(progId + "\\shell\\open\\command", ""), "\"\"C:\\x\\Chess (Mac).exe\" \"%1\"\"");
   EXPECT_TRUE(RegisterOpenWith(chess, TEXT("fen"), TEXT(""), true));
-  EXPECT_EQ(hive::Value(classes + ".fen\\OpenWithList\\Chess (Mac).exe", ""), "\"Chess (Mac).exe\"");
-  EXPECT_EQ(hive::Value(classes + "fen_auto_file\\shell\\open\\command", ""),
+  EXPECT_EQ(hive::Value(hive::classes + ".fen\\OpenWithList\\Chess (Mac).exe", ""), "\"Chess (Mac).exe\"");
+  EXPECT_EQ(hive::Value(hive::classes + "fen_auto_file\\shell\\open\\command", ""),
             "\"\"Chess (Mac).exe\" \"%1\"\"");
 }
 
 TEST_F(FileAssociation, AsksWhetherAnythingOpensTheType) {
   const hive::MachineAssociation opened("velomiraopened", true);
-  hive::PutKey(classes + ".velomiraoffered\\OpenWithList\\Chess (Mac).exe");
-  hive::PutData(classes + ".velomiraoffered\\OpenWithProgids", "velomiraoffered_auto_file", REG_NONE, "");
+  hive::PutKey(hive::classes + ".velomiraoffered\\OpenWithList\\Chess (Mac).exe");
+  hive::PutData(hive::classes + ".velomiraoffered\\OpenWithProgids", "velomiraoffered_auto_file", REG_NONE,
+                "");
   EXPECT_TRUE(IsUnassociated(TEXT("velomirafree")));
   EXPECT_TRUE(IsUnassociated(TEXT("velomiraoffered")));
   EXPECT_FALSE(IsUnassociated(TEXT("velomiraopened")));

@@ -2,23 +2,16 @@
 // keys that are missing.
 #include "registry/registry_registration.h"
 
-#include <windows.h>
-
 #include "common/windows_version.h"
-#include "host/guest_view.h"
 #include "host/verify.h"
-#include "support/hive.h"
 #include "support/module_fixture.h"
-#include "support/raised.h"
 
 namespace {
 
 constexpr std::uint32_t getDetails = 104;
 constexpr std::uint32_t documentType = 3, defaultType = 5, scheme = 6;
-const std::string classes = "HKCU\\Software\\Classes\\";
 const std::string appKey = "HKCU\\Software\\Classes\\Applications\\Chess (Mac).exe";
 const std::string tools = "HKCU\\Software\\Tessarine\\Tessarine Tools";
-const std::string registered = "HKCU\\Software\\RegisteredApplications";
 const std::string urlKey = "HKCU\\Software\\Classes\\Tsrn.Url.Chess (Mac)";
 const std::string openKeyFailed = "registry: RegOpenKeyExW() failed";
 
@@ -104,18 +97,16 @@ TEST_F(Registration, FollowsTheDetails) {
     const char* what;
     Texts types, defaults, schemes;
     bool anyType, changes;
-  } steps[] = {
-      {"no types", {}, {"fen"}, {"chess"}, false, true},
-      {"first types", {"pgn", "fen"}, {}, {"chess"}, false, false},
-      {"a default that is offered", {"pgn", "fen"}, {"pgn"}, {"chess"}, false, false},
-      {"types of the system, and any", {"fen", "Msi"}, {"BAT"}, {"chess"}, true, false},
-      {"types of the system", {"Msi"}, {}, {}, false, false},
-      {"a default of the machine", {"fen"}, {"velomiraopened"}, {}, false, false},
-      {"a new default", {"fen"}, {"pdb", "velomiraopened"}, {}, false, true},
-      {"no types again", {}, {}, {"chess", "fics", "fics", declared}, false, false},
-      {"other schemes", {"fen"}, {}, {"fics"}, false, false},
-      {"nothing new", {"fen"}, {}, {"fics"}, false, false},
-  };
+  } steps[] = {{"no types", {}, {"fen"}, {"chess"}, false, true},
+               {"first types", {"pgn", "fen"}, {}, {"chess"}, false, false},
+               {"a default that is offered", {"pgn", "fen"}, {"pgn"}, {"chess"}, false, false},
+               {"types of the system, and any", {"fen", "Msi"}, {"BAT"}, {"chess"}, true, false},
+               {"types of the system", {"Msi"}, {}, {}, false, false},
+               {"a default of the machine", {"fen"}, {"velomiraopened"}, {}, false, false},
+               {"a new default", {"fen"}, {"pdb", "velomiraopened"}, {}, false, true},
+               {"no types again", {}, {}, {"chess", "fics", "fics", declared}, false, false},
+               {"other schemes", {"fen"}, {}, {"fics"}, false, false},
+               {"nothing new", {"fen"}, {}, {"fics"}, false, false}};
   host::GuestModel model(host::TakeSnapshot(), host::LookAround());
   for (const auto& step : steps) {
     SCOPED_TRACE(step.what);
@@ -155,16 +146,16 @@ TEST_F(Registration, EndsWhereAKeyIsMissing) {
     bool withSchemes;
     std::string raised, written, unwritten;
   } cases[] = {
-      {tools, true, openKeyFailed, classes + "pgn_auto_file", urlKey},
-      {registered, true, "", registered, tools},
-      {registered, false, openKeyFailed, classes + "pgn_auto_file", urlKey},
-      {appKey, true, openKeyFailed, classes + ".pgn\\OpenWithList", classes + "pgn_auto_file"},
-  };
+      {tools, true, openKeyFailed, hive::classes + "pgn_auto_file", urlKey},
+      {hive::registered, true, "", hive::registered, tools},
+      {hive::registered, false, openKeyFailed, hive::classes + "pgn_auto_file", urlKey},
+      {appKey, true, openKeyFailed, hive::classes + ".pgn\\OpenWithList", hive::classes + "pgn_auto_file"}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.missing);
     host::PrepareGuest();
     Register();
-    for (const std::string& key : {c.missing, classes + ".pgn", classes + "pgn_auto_file"}) hive::Drop(key);
+    for (const std::string& key : {c.missing, hive::classes + ".pgn", hive::classes + "pgn_auto_file"})
+      hive::Drop(key);
     hive::Drop(urlKey);
     Items details = Items().Text(documentType, "pgn").Text(defaultType, "pgn");
     if (c.withSchemes) details.Text(scheme, "chess");

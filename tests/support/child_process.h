@@ -9,18 +9,14 @@
 
 inline constexpr const WCHAR* childVariable = TEXT("VELOMIRA_TEST_CHILD");
 inline constexpr const WCHAR* readyName = TEXT("velomira-test-child-ready");
-inline constexpr const WCHAR* goName = TEXT("velomira-test-child-go");
 
 inline bool IsChild() {
   return GetEnvironmentVariableW(childVariable, nullptr, 0) != 0;
 }
-// In the child: lets the parent go on.
-inline void ChildIsReady() {
+// In the child: lets the parent go on, and waits for the end.
+[[noreturn]] inline void AwaitEnd() {
   SetEvent(OpenEventW(EVENT_MODIFY_STATE, FALSE, readyName));
-}
-// In the child: waits until the parent lets it go on.
-inline void AwaitParent() {
-  WaitForSingleObject(OpenEventW(SYNCHRONIZE, FALSE, goName), INFINITE);
+  for (;;) Sleep(INFINITE);
 }
 
 // The child, which is ready when the constructor returns.
@@ -41,7 +37,7 @@ class Child {
     EXPECT_EQ(WaitForSingleObject(ready_, 30000), WAIT_OBJECT_0);
   }
   ~Child() {
-    for (const HANDLE handle : {process_.hThread, process_.hProcess, ready_, go_}) CloseHandle(handle);
+    for (const HANDLE handle : {process_.hThread, process_.hProcess, ready_}) CloseHandle(handle);
   }
   Child(const Child&) = delete;
   Child& operator=(const Child&) = delete;
@@ -50,17 +46,8 @@ class Child {
     EXPECT_TRUE(TerminateProcess(process_.hProcess, 0));
     EXPECT_EQ(WaitForSingleObject(process_.hProcess, 30000), WAIT_OBJECT_0);
   }
-  // Lets it go on; its end, which a failure in it makes other than 0.
-  DWORD LetGo() {
-    DWORD code = STILL_ACTIVE;
-    SetEvent(go_);
-    WaitForSingleObject(process_.hProcess, 30000);
-    GetExitCodeProcess(process_.hProcess, &code);
-    return code;
-  }
 
  private:
   HANDLE ready_ = CreateEventW(nullptr, TRUE, FALSE, readyName);
-  HANDLE go_ = CreateEventW(nullptr, TRUE, FALSE, goName);
   PROCESS_INFORMATION process_{};
 };

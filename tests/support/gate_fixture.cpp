@@ -3,8 +3,6 @@
 
 #include <algorithm>
 
-#include "host/wire.h"
-
 void GateTest::SetUp() {
   GuestTest::SetUp();
   gate_ = host::CreateGate();

@@ -12,6 +12,7 @@
 #include "host/gate.h"
 #include "host/prepare.h"
 #include "host/replies.h"
+#include "host/wire.h"
 #include "support/guest.h"
 
 class GateTest : public GuestTest {

@@ -10,6 +10,10 @@ using host::PutData;
 using host::PutKey;
 using host::PutText;
 
+inline const std::string classes = "HKCU\\Software\\Classes\\";
+inline const std::string applications = "HKCU\\Software\\Classes\\Applications\\";
+inline const std::string registered = "HKCU\\Software\\RegisteredApplications";
+
 void Drop(const std::string& key);  // with everything below it; it may be missing
 
 bool Has(const std::string& key);

@@ -9,10 +9,8 @@
 #include <set>
 
 #include "host/difference.h"
-#include "host/guest_view.h"
 #include "host/resources.h"
 #include "launcher/fs.h"
-#include "support/hive.h"
 
 namespace {
 

@@ -2,8 +2,13 @@
 // launcher folder there. Applications are named by their display names, in UTF-8.
 #pragma once
 
+#include "common/handles.h"
 #include "common/host_application.h"
+#include "host/guest_view.h"
+#include "support/gaps.h"
 #include "support/gate_fixture.h"
+#include "support/hive.h"
+#include "support/raised.h"
 
 class ModuleTest : public GateTest {
  public:

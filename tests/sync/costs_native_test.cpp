@@ -4,8 +4,6 @@
 #include <array>
 #include <map>
 
-#include "host/guest_view.h"
-#include "support/hive.h"
 #include "support/module_fixture.h"
 #include "sync/sync_pass.h"
 #include "sync/withdrawal.h"
@@ -72,8 +70,7 @@ TEST_F(ApplicationCosts, AreTheCallsThatTheBehaviourAsksFor) {
       {"RegEnumKeyExW", {0, 0, 0, 65}},    {"RegOpenKeyExW", {10, 8, 10, 12}},
       {"RegSetValueExW", {52, 40, 42, 0}}, {"SHDeleteKeyW", {2, 2, 5, 20}},
       {"SHGetValueW", {4, 4, 4, 32}},      {"SHSetValueW", {2, 2, 2, 0}},
-      {"UpdateResourceW", {12, 0, 6, 0}},
-  };
+      {"UpdateResourceW", {12, 0, 6, 0}}};
   constexpr const char* works[] = {"first pass", "unchanged pass", "one renamed", "withdrawal"};
   std::array<Counts, 4> two = Story(2), four = Story(4), twenty = Story(20);
   for (std::size_t work = 0; work < std::size(works); ++work) {

@@ -1,16 +1,11 @@
 // The guest as it follows the host: passes, the sweep of stale launchers, and the removal of one application.
-#include <windows.h>
 
 #include <functional>
 
-#include "common/handles.h"
 #include "frame/sharing_state.h"
-#include "host/guest_view.h"
 #include "host/verify.h"
 #include "launcher/fs.h"
-#include "support/hive.h"
 #include "support/module_fixture.h"
-#include "support/raised.h"
 #include "sync/removal.h"
 #include "sync/stale_sweep.h"
 #include "sync/sync_pass.h"
@@ -19,7 +14,6 @@ namespace {
 
 constexpr std::uint32_t getList = 102, getDetails = 104;
 constexpr std::uint32_t text = 3;
-const std::string registered = "HKCU\\Software\\RegisteredApplications";
 
 class Mirror : public ModuleTest {
  protected:
@@ -120,17 +114,15 @@ TEST_F(Mirror, QuietRemovalGoesOnAndLoudStopsWhereItFails) {
     const char* what;
     std::function<void()> before;
     const char *loud, *leftByLoud, *leftByQuiet;
-  } cases[] = {
-      {"all there", nothing, "", "", ""},
-      {"no shortcut", [] { DeleteFileW(Shortcut("Chess").c_str()); }, "mainfo: DeleteFileW() failed",
-       "launcher key ", ""},
-      {"no key", [] { hive::Drop("HKCU\\Software\\Classes\\Applications\\Chess (Mac).exe"); },
-       "registry_removal: can't unregister application", "launcher ", ""},
-      {"no list of applications", [] { hive::Drop(registered); }, "registry: RegOpenKeyExW() failed",
-       "launcher key ", "key "},
-      {"no launcher", [this] { DeleteFileW(Launcher("Chess").c_str()); }, "mainfo: DeleteFileW() failed", "",
-       ""},
-  };
+  } cases[] = {{"all there", nothing, "", "", ""},
+               {"no shortcut", [] { DeleteFileW(Shortcut("Chess").c_str()); }, "mainfo: DeleteFileW() failed",
+                "launcher key ", ""},
+               {"no key", [] { hive::Drop("HKCU\\Software\\Classes\\Applications\\Chess (Mac).exe"); },
+                "registry_removal: can't unregister application", "launcher ", ""},
+               {"no list of applications", [] { hive::Drop(hive::registered); },
+                "registry: RegOpenKeyExW() failed", "launcher key ", "key "},
+               {"no launcher", [this] { DeleteFileW(Launcher("Chess").c_str()); },
+                "mainfo: DeleteFileW() failed", "", ""}};
   Share({Application("Go", "sgf")});
   EXPECT_EQ(Sync(), "");
   Share({Application("Go", "sgf"), TestApplication("Chess")});

@@ -2,35 +2,32 @@
 #include <algorithm>
 #include <new>
 
-#include "host/guest_view.h"
 #include "support/fault_runs.h"
-#include "support/hive.h"
 #include "support/module_fixture.h"
-#include "support/raised.h"
 #include "sync/withdrawal.h"
 
 namespace {
 
-const std::string classes = "HKCU\\Software\\Classes\\";
-const std::string list = classes + ".txt\\OpenWithList\\";
+const std::string list = "HKCU\\Software\\Classes\\.txt\\OpenWithList\\";
 
 class OffersFaults : public ModuleTest {
  protected:
   // One extension with a claimed default; the launchers' offers stand around a foreign one.
   static void Arrange(const std::vector<std::string>& launchers) {
     for (const std::string& name : launchers) {
-      hive::PutKey(classes + "Applications\\" + name + " (Mac).exe");
+      hive::PutKey(hive::classes + "Applications\\" + name + " (Mac).exe");
       hive::PutKey(list + name + " (Mac).exe");
     }
     hive::PutKey(list + "foreign.exe");
-    hive::PutText(classes + "txt_auto_file\\shell\\open\\command", "", "\"" + host::LauncherFolder() + "\\");
-    hive::PutText(classes + ".txt", "", "txt_auto_file");
+    hive::PutText(hive::classes + "txt_auto_file\\shell\\open\\command", "",
+                  "\"" + host::LauncherFolder() + "\\");
+    hive::PutText(hive::classes + ".txt", "", "txt_auto_file");
   }
 
   static void ExpectDone(const std::vector<std::string>& launchers) {
     for (const std::string& name : launchers) EXPECT_FALSE(hive::Has(list + name + " (Mac).exe")) << name;
     EXPECT_TRUE(hive::Has(list + "foreign.exe"));
-    EXPECT_EQ(hive::Value(classes + ".txt", ""), "\"\"");
+    EXPECT_EQ(hive::Value(hive::classes + ".txt", ""), "\"\"");
   }
 };
 

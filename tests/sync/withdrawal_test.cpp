@@ -1,36 +1,28 @@
 // The four sweeps of the withdrawal: what is found by its marks goes, and what only looks like it stays.
 #include "sync/withdrawal.h"
 
-#include <windows.h>
-
 #include "frame/sharing_state.h"
-#include "host/guest_view.h"
-#include "support/hive.h"
 #include "support/module_fixture.h"
-#include "support/raised.h"
 
 namespace {
 
-const std::string classes = "HKCU\\Software\\Classes\\";
-const std::string applications = "HKCU\\Software\\Classes\\Applications\\";
-const std::string registered = "HKCU\\Software\\RegisteredApplications";
 const std::string command = "\\shell\\open\\command";
 
 class Withdrawal : public ModuleTest {
  protected:
   // One entry for a sweep, which goes or stays.
   void Application(const std::string& name, bool goes) {
-    hive::PutText(applications + name + command, "", "x");
-    Expect(applications + name, goes);
+    hive::PutText(hive::applications + name + command, "", "x");
+    Expect(hive::applications + name, goes);
   }
   void Scheme(const std::string& name, const std::string& description, bool goes) {
-    hive::PutText(classes + name, "", description);
-    hive::PutText(classes + name, "URL Protocol", "");
-    Expect(classes + name, goes);
+    hive::PutText(hive::classes + name, "", description);
+    hive::PutText(hive::classes + name, "URL Protocol", "");
+    Expect(hive::classes + name, goes);
   }
   void Claim(const std::string& progId, const std::string& path, bool goes) {
-    hive::PutText(classes + progId + command, "", path);
-    Expect(classes + progId, goes);
+    hive::PutText(hive::classes + progId + command, "", path);
+    Expect(hive::classes + progId, goes);
   }
   void Expect(const std::string& key, bool goes) { goes_[key] = goes; }
 
@@ -51,15 +43,15 @@ TEST_F(Withdrawal, ApplicationsGoByTheEndOfTheirNames) {
   for (const char* name : {"(Mac).exe", "Go (mac).exe", "Go (Mac).EXE", "Go (Mac).exe.old", "Go (Mac) 2.exe"})
     Application(name, false);
   for (const char* app : {"Igo \xC3\xA9 (Mac)", "Gone (Mac)"}) {
-    hive::PutText(registered, app, "x");
-    hive::PutText(classes + "Tsrn.Url." + app + command, "", "x");
+    hive::PutText(hive::registered, app, "x");
+    hive::PutText(hive::classes + "Tsrn.Url." + app + command, "", "x");
   }
-  Expect(classes + "Tsrn.Url.Igo \xC3\xA9 (Mac)", true);
-  Expect(classes + "Tsrn.Url.Gone (Mac)", false);
+  Expect(hive::classes + "Tsrn.Url.Igo \xC3\xA9 (Mac)", true);
+  Expect(hive::classes + "Tsrn.Url.Gone (Mac)", false);
   Withdraw();
-  EXPECT_EQ(hive::Value(registered, "Igo \xC3\xA9 (Mac)") + hive::Value(registered, "Gone (Mac)"),
+  EXPECT_EQ(hive::Value(hive::registered, "Igo \xC3\xA9 (Mac)") + hive::Value(hive::registered, "Gone (Mac)"),
             "none\"x\"");
-  hive::Drop(registered);  // an application's own failure: the next one goes all the same
+  hive::Drop(hive::registered);  // an application's own failure: the next one goes all the same
   for (const char* name : {"Igo \xC3\xA9 (Mac).exe", "Zen (Mac).exe"}) Application(name, true);
   Withdraw();
 }
@@ -71,13 +63,13 @@ TEST_F(Withdrawal, SchemesGoByTheirDescriptionAndClaimsByTheirCommand) {
   Scheme("case", "URL:case (mac)", false);
   Scheme("longer", "URL:longer (Mac) ", false);
   Scheme("parent", "URL:parent (Mac)", false);
-  hive::PutKey(classes + "parent\\shell");
+  hive::PutKey(hive::classes + "parent\\shell");
   Scheme("number", "", false);
-  hive::PutData(classes + "number", "", REG_DWORD, "wxyz");
+  hive::PutData(hive::classes + "number", "", REG_DWORD, "wxyz");
   Scheme("undeclared", "URL:undeclared (Mac)", false);
-  hive::PutData(classes + "undeclared", "URL Protocol", REG_BINARY, "x");
+  hive::PutData(hive::classes + "undeclared", "URL Protocol", REG_BINARY, "x");
   Scheme("valued", "URL:valued (Mac)", true);
-  hive::PutText(classes + "valued", "other", "x");
+  hive::PutText(hive::classes + "valued", "other", "x");
 
   Claim("txt_auto_file", Launchers() + "\\Chess (Mac).exe\" \"%1\"", true);
   Claim("a_auto_file", "x" + Launchers().substr(1), true);  // the first character is not looked at
@@ -87,7 +79,7 @@ TEST_F(Withdrawal, SchemesGoByTheirDescriptionAndClaimsByTheirCommand) {
   Claim("case_auto_file", Launchers().substr(0, Launchers().size() - 1) + "S", false);
   Claim("empty_auto_file", "", false);
   Claim("number_auto_file", "", false);
-  hive::PutData(classes + "number_auto_file" + command, "", REG_DWORD, "wxyz");
+  hive::PutData(hive::classes + "number_auto_file" + command, "", REG_DWORD, "wxyz");
   for (const char* progId : {"_auto_file", "rtf_Auto_file", "txt_auto_file2"})
     Claim(progId, Launchers() + "\\Chess (Mac).exe\" \"%1\"", false);
   Withdraw();
@@ -103,21 +95,19 @@ TEST_F(Withdrawal, ExtensionsLoseLauncherOffersAndDeadDefaults) {
     const char* byDefault;
     bool offers;
     const char* left;
-  } cases[] = {
-      {classes + ".txt", "txt_auto_file", true, "\"\""},
-      {classes + ".bare", "txt_auto_file", false, "\"txt_auto_file\""},
-      {classes + ".case", "TXT_auto_file", true, "\"TXT_auto_file\""},
-      {classes + ".long", "txt_auto_file2", true, "\"txt_auto_file2\""},
-      {classes + ".doc", "doc_auto_file", true, "\"doc_auto_file\""},
-      {classes + "nodot", "txt_auto_file", true, "\"txt_auto_file\""},
-  };
+  } cases[] = {{hive::classes + ".txt", "txt_auto_file", true, "\"\""},
+               {hive::classes + ".bare", "txt_auto_file", false, "\"txt_auto_file\""},
+               {hive::classes + ".case", "TXT_auto_file", true, "\"TXT_auto_file\""},
+               {hive::classes + ".long", "txt_auto_file2", true, "\"txt_auto_file2\""},
+               {hive::classes + ".doc", "doc_auto_file", true, "\"doc_auto_file\""},
+               {hive::classes + "nodot", "txt_auto_file", true, "\"txt_auto_file\""}};
   for (const auto& c : cases) {
     hive::PutText(c.key, "", c.byDefault);
     hive::PutText(c.key, "other", "x");
     if (!c.offers) continue;
     hive::PutKey(c.key + "\\OpenWithList\\Chess (Mac).exe\\deep");
     hive::PutKey(c.key + "\\OpenWithList\\notepad.exe");
-    Expect(c.key + "\\OpenWithList\\Chess (Mac).exe", c.key != classes + "nodot");
+    Expect(c.key + "\\OpenWithList\\Chess (Mac).exe", c.key != hive::classes + "nodot");
     Expect(c.key + "\\OpenWithList\\notepad.exe", false);
   }
   Withdraw();
@@ -130,22 +120,22 @@ TEST_F(Withdrawal, ExtensionsLoseLauncherOffersAndDeadDefaults) {
 TEST_F(Withdrawal, TheLongestNamesArePassedOver) {
   const std::string longest(255, 'a');
   for (const std::string& key :
-       {classes + longest, classes + "." + longest.substr(1), applications + longest}) {
+       {hive::classes + longest, hive::classes + "." + longest.substr(1), hive::applications + longest}) {
     hive::PutKey(key);
     Expect(key, false);
   }
   Application("Chess (Mac).exe", true);
   Scheme("chess", "URL:chess (Mac)", true);
   Claim("pgn_auto_file", Launchers() + "\\", true);
-  hive::PutKey(classes + ".pgn\\OpenWithList\\Chess (Mac).exe");
-  Expect(classes + ".pgn\\OpenWithList\\Chess (Mac).exe", true);
+  hive::PutKey(hive::classes + ".pgn\\OpenWithList\\Chess (Mac).exe");
+  Expect(hive::classes + ".pgn\\OpenWithList\\Chess (Mac).exe", true);
   Withdraw();
 }
 
 TEST_F(Withdrawal, WithoutApplicationKeysNothingGoes) {
   Scheme("chess", "URL:chess (Mac)", false);
   Claim("pgn_auto_file", Launchers() + "\\", false);
-  hive::Drop(classes + "Applications");
+  hive::Drop(hive::classes + "Applications");
   WriteFileAt(Launcher("Chess"), "x");
   const std::string before = hive::Text();
   EXPECT_EQ(Raised(WithdrawHostApplications), "registry: RegOpenKeyExW() failed");

@@ -79,7 +79,6 @@ TEST(BitBox, IsReadWithinItsBounds) {
       {text + Item(0, 3, "\1\0\0\0"sv, ""), "a;" + exceeds},
       {text + Item(0, 3, "\2\0\0\0"sv, "\0"sv), "a;" + exceeds},
       {text + Item(0, 3, "\xFF\xFF\xFF\xFF"sv, "\0"sv), "a;" + exceeds},  // sizes that wrap around
-      {text + Item(0, 3, "\xF4\xFF\xFF\xFF"sv, "\0"sv), "a;" + exceeds},
-  };
+      {text + Item(0, 3, "\xF4\xFF\xFF\xFF"sv, "\0"sv), "a;" + exceeds}};
   for (const auto& [bytes, read] : cases) EXPECT_EQ(Read(bytes), read) << ::testing::PrintToString(bytes);
 }

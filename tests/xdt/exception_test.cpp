@@ -11,18 +11,16 @@ TEST(CodePoint, KeepsTheLastComponentsOfTheFileName) {
     const char* name;
     std::int32_t depth;
     const char* kept;
-  } cases[] = {
-      {nullptr, 3, ""},
-      {"", 3, ""},
-      {"/a/b/c/d.cpp", 0, "/a/b/c/d.cpp"},
-      {"/a/b/c/d.cpp", 1, "/d.cpp"},
-      {"/a/b/c/d.cpp", 3, "/b/c/d.cpp"},
-      {"/a/b/c/d.cpp", 4, "/a/b/c/d.cpp"},
-      {"C:\\a/b\\c/d.cpp", 3, "/b\\c/d.cpp"},
-      {"./d.cpp", 3, "./d.cpp"},
-      {"d.cpp", 3, "d.cpp"},
-      {"a//b/", 3, "//b/"},
-  };
+  } cases[] = {{nullptr, 3, ""},
+               {"", 3, ""},
+               {"/a/b/c/d.cpp", 0, "/a/b/c/d.cpp"},
+               {"/a/b/c/d.cpp", 1, "/d.cpp"},
+               {"/a/b/c/d.cpp", 3, "/b/c/d.cpp"},
+               {"/a/b/c/d.cpp", 4, "/a/b/c/d.cpp"},
+               {"C:\\a/b\\c/d.cpp", 3, "/b\\c/d.cpp"},
+               {"./d.cpp", 3, "./d.cpp"},
+               {"d.cpp", 3, "d.cpp"},
+               {"a//b/", 3, "//b/"}};
   for (const auto& c : cases) {
     EXPECT_EQ(xdt::code_point(c.name, 1, c.depth).file_name(), c.kept) << (c.name ? c.name : "null");
   }
@@ -34,14 +32,12 @@ TEST(ExcTag, ReadsAsPlaceAndMessage) {
     std::int32_t line;
     const char* message;
     const char* text;
-  } cases[] = {
-      {"/x/src/a/f.cpp", 12, "failed", "/src/a/f.cpp:12: failed"},
-      {nullptr, 12, "failed", ":12: failed"},
-      {"f.cpp", 0, nullptr, "f.cpp:0: "},
-      {"f.cpp", -5, nullptr, "f.cpp:0: "},
-      {nullptr, 2147483647, "", ":2147483647: "},
-      {"100%s.cpp", 1, "%s %n", "100%s.cpp:1: %s %n"},
-  };
+  } cases[] = {{"/x/src/a/f.cpp", 12, "failed", "/src/a/f.cpp:12: failed"},
+               {nullptr, 12, "failed", ":12: failed"},
+               {"f.cpp", 0, nullptr, "f.cpp:0: "},
+               {"f.cpp", -5, nullptr, "f.cpp:0: "},
+               {nullptr, 2147483647, "", ":2147483647: "},
+               {"100%s.cpp", 1, "%s %n", "100%s.cpp:1: %s %n"}};
   for (const auto& c : cases) {
     const xdt::exc_tag raised(c.file, c.line, c.message, 3);
     EXPECT_STREQ(raised.what(), c.text);
