@@ -6,11 +6,11 @@
 #include "support/raised.h"
 #include "xdt/bit_box/bit_box.h"
 
-// NOLINTBEGIN(bugprone-reserved-identifier): the names that the sanitizers look for
-extern "C" const char* __asan_default_options() {
+// NOLINTBEGIN(bugprone-reserved-identifier): the names that the sanitizers look for, before they are set up
+extern "C" [[gnu::no_sanitize("thread")]] const char* __asan_default_options() {
   return "allocator_may_return_null=1:max_allocation_size_mb=2048";
 }
-extern "C" const char* __tsan_default_options() {
+extern "C" [[gnu::no_sanitize("thread")]] const char* __tsan_default_options() {
   return __asan_default_options();
 }
 // NOLINTEND(bugprone-reserved-identifier)
