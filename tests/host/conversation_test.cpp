@@ -19,53 +19,40 @@ host::Bytes Cut(host::Bytes bytes, std::size_t less) {
 }
 
 TEST(Conversation, NamesEveryFieldAndSaysWhereReadingEnds) {
+  using host::Envelope;
   const auto request = [](std::uint32_t code, const char* argument) {
-    return host::Envelope(code, host::Items().Text(3, argument).Number(1, 32748).bytes());
+    return Envelope(code, host::Items().Text(3, argument).Number(1, 32748).bytes());
   };
-  const auto details = host::Items().Text(3, "pgn").Text(5, "fen").Number(4, 1).Text(6, "chess").bytes();
+  const Fields loom{{"bundleId", "example.loom"}, {"name", "Loom"}};
   const auto list = host::Items().Text(3, "example.loom").Text(3, "Loom").bytes();
+  const auto details = host::Items().Text(3, "pgn").Text(5, "fen").Number(4, 1).Text(6, "chess").bytes();
+  const Fields named{
+      {"documentType", "pgn"}, {"defaultType", "fen"}, {"anyType", "1"}, {"urlScheme", "chess"}};
+  const auto icon = host::Items().Add(2, host::BlankBitmap(48, 32)).bytes();
   auto behind = list;  // three bytes that are no item
   behind.resize(behind.size() + 3);
+  constexpr auto command = Direction::Command, asked = Direction::Request, reply = Direction::Reply;
   const struct {
     Direction direction;
     host::Bytes envelope;
     const char* code;
     Fields items;
-    const char* fault;
+    const char* fault = "";
   } cases[] = {
-      {Direction::Command, host::SharingCommand(true), "sharing", {{"sharing", "on"}}, ""},
-      {Direction::Command, host::SharingCommand(false), "sharing", {{"sharing", "off"}}, ""},
-      {Direction::Command, host::AnnounceCommand(), "announce", {}, ""},
-      {Direction::Request, host::SharingCommand(true), "sharing", {{"announcement", "on"}}, ""},
-      {Direction::Request, request(102, "*"), "list", {{"pattern", "*"}, {"room", "32748"}}, ""},
-      {Direction::Request, request(103, "a.b"), "icons", {{"bundleId", "a.b"}, {"room", "32748"}}, ""},
-      {Direction::Reply,
-       host::Envelope(102, list),
-       "list",
-       {{"bundleId", "example.loom"}, {"name", "Loom"}},
-       ""},
-      {Direction::Reply,
-       host::Envelope(104, details),
-       "details",
-       {{"documentType", "pgn"}, {"defaultType", "fen"}, {"anyType", "1"}, {"urlScheme", "chess"}},
-       ""},
-      {Direction::Reply,
-       host::Envelope(103, host::Items().Add(2, host::BlankBitmap(48, 32)).bytes()),
-       "icons",
-       {{"icon", "48 x 32, 32 bits, 6,198 bytes"}},
-       ""},
-      {Direction::Reply,
-       host::Envelope(7, host::Items().Number(9, 0).bytes()),
-       "7",
-       {{"type 9", "4 bytes"}},
-       ""},
-      {Direction::Reply, host::Bytes(19), "0", {}, "the envelope is shorter than its header"},
-      {Direction::Reply, Cut(host::Envelope(102, list), 1), "list", {}, "of 42 bytes of data 41 are there"},
-      {Direction::Reply,
-       host::Envelope(102, behind),
-       "list",
-       {{"bundleId", "example.loom"}, {"name", "Loom"}},
-       "item 2 exceeds the data"}};
+      {command, host::SharingCommand(true), "sharing", {{"sharing", "on"}}},
+      {command, host::SharingCommand(false), "sharing", {{"sharing", "off"}}},
+      {command, host::AnnounceCommand(), "announce", {}},
+      {asked, host::SharingCommand(true), "sharing", {{"announcement", "on"}}},
+      {asked, request(102, "*"), "list", {{"pattern", "*"}, {"room", "32748"}}},
+      {asked, request(103, "a.b"), "icons", {{"bundleId", "a.b"}, {"room", "32748"}}},
+      {reply, Envelope(102, list), "list", loom},
+      {reply, Envelope(104, details), "details", named},
+      {reply, Envelope(103, icon), "icons", {{"icon", "48 x 32, 32 bits, 6,198 bytes"}}},
+      {reply, Envelope(7, host::Items().Number(9, 0).bytes()), "7", {{"type 9", "4 bytes"}}},
+      {reply, host::Bytes(19), "0", {}, "the envelope is shorter than its header"},
+      {reply, Cut(Envelope(102, list), 1), "list", {}, "of 42 bytes of data 41 are there"},
+      {reply, Envelope(102, behind), "list", loom, "item 2 exceeds the data"},
+  };
   for (const auto& each : cases) {
     const host::Message message = host::ReadMessage(each.direction, each.envelope);
     SCOPED_TRACE(std::string(each.code) + " " + each.fault);

@@ -53,7 +53,9 @@ TEST_F(FileAssociationFaults, OnlyTheHiveItselfIsAFailure) {
 // Through 6.3 only what can be started counts as an association; of a ProgID without a command not every
 // implementation of the platform says the same.
 TEST_F(FileAssociationFaults, AProgIdWithoutCommandCountsFrom64On) {
-  const hive::MachineAssociation named("velomiranamed", false);
+  hive::PutMachineAssociation("velomiranamed", false);
+  hive::PutMachineAssociation("velomiraopened", true);
+  EXPECT_FALSE(IsUnassociated(TEXT("velomiraopened")));
   EXPECT_EQ(IsUnassociated(TEXT("velomiranamed")), !IsWindowsVersionOrLater(6, 4));
 }
 

@@ -52,14 +52,4 @@ TEST_F(FileAssociation, ClaimsWithTheLauncherOfTheFolderAndOffersIt) {
             "\"\"Chess (Mac).exe\" \"%1\"\"");
 }
 
-TEST_F(FileAssociation, AsksWhetherAnythingOpensTheType) {
-  const hive::MachineAssociation opened("velomiraopened", true);
-  hive::PutKey(hive::classes + ".velomiraoffered\\OpenWithList\\Chess (Mac).exe");
-  hive::PutData(hive::classes + ".velomiraoffered\\OpenWithProgids", "velomiraoffered_auto_file", REG_NONE,
-                "");
-  EXPECT_TRUE(IsUnassociated(TEXT("velomirafree")));
-  EXPECT_TRUE(IsUnassociated(TEXT("velomiraoffered")));
-  EXPECT_FALSE(IsUnassociated(TEXT("velomiraopened")));
-}
-
 }  // namespace

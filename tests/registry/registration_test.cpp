@@ -90,7 +90,7 @@ TEST_F(Registration, WritesTheWholeHive) {
 // One application's details as they change; what is there must be what a model makes of the same history.
 TEST_F(Registration, FollowsTheDetails) {
   using Texts = std::vector<std::string>;
-  const hive::MachineAssociation opened("velomiraopened", true);
+  hive::PutMachineAssociation("velomiraopened", true);
   hive::PutText("HKLM\\Software\\Classes\\VelomiraTest.velomiraopened", "URL Protocol", "");
   const std::string declared = "VelomiraTest.velomiraopened";
   const struct {

@@ -20,7 +20,8 @@ std::filesystem::path Folder(int csidl) {
 void Clear() {
   for (const char* key :
        {"HKCU\\Software\\Classes", "HKCU\\Software\\RegisteredApplications", "HKCU\\Software\\Tessarine",
-        "HKLM\\Software\\Tessarine", "HKLM\\Software\\Wow6432Node\\Tessarine"}) {
+        "HKLM\\Software\\Tessarine", "HKLM\\Software\\Wow6432Node\\Tessarine",
+        "HKLM\\Software\\Classes\\.velomiraopened", "HKLM\\Software\\Classes\\VelomiraTest.velomiraopened"}) {
     hive::Drop(key);
   }
   hive::PutKey("HKCU\\Software\\Classes");

@@ -45,17 +45,11 @@ std::string Text() {
   return text;
 }
 
-MachineAssociation::MachineAssociation(const std::string& extension, bool withCommand)
-    : extensionKey_("HKLM\\Software\\Classes\\." + extension),
-      progIdKey_("HKLM\\Software\\Classes\\VelomiraTest." + extension) {
-  PutText(extensionKey_, "", "VelomiraTest." + extension);
-  PutText(progIdKey_, "", "");
-  if (withCommand) PutText(progIdKey_ + "\\shell\\open\\command", "", "C:\\windows\\notepad.exe \"%1\"");
-}
-
-MachineAssociation::~MachineAssociation() {
-  Drop(extensionKey_);
-  Drop(progIdKey_);
+void PutMachineAssociation(const std::string& extension, bool withCommand) {
+  const std::string progId = "VelomiraTest." + extension, key = "HKLM\\Software\\Classes\\" + progId;
+  PutText("HKLM\\Software\\Classes\\." + extension, "", progId);
+  PutText(key, "", "");
+  if (withCommand) PutText(key + "\\shell\\open\\command", "", "C:\\windows\\notepad.exe \"%1\"");
 }
 
 }  // namespace hive

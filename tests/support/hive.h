@@ -24,17 +24,8 @@ std::string Value(const std::string& key, const std::string& name);
 // and a value, with "{folder}" for the launcher folder: equal registries give equal texts.
 std::string Text();
 
-// An association of .{extension} for all users of the machine, for as long as it lives: a ProgID, with an
-// open command or without one.
-class MachineAssociation {
- public:
-  MachineAssociation(const std::string& extension, bool withCommand);
-  ~MachineAssociation();
-  MachineAssociation(const MachineAssociation&) = delete;
-  MachineAssociation& operator=(const MachineAssociation&) = delete;
-
- private:
-  std::string extensionKey_, progIdKey_;
-};
+// Associates .{extension} for all users of the machine, until the next test: with a ProgID, and with an open
+// command or without one.
+void PutMachineAssociation(const std::string& extension, bool withCommand);
 
 }  // namespace hive
