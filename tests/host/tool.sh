@@ -101,9 +101,16 @@ expect 1 'cannot be written' run --guest "$work/told" --catalogue "$catalogue" -
 # A catalogue that is not one.
 mkdir "$work/odd" && ln -s /dev/zero "$work/odd/catalogue.json"
 expect 1 'is no plain file' check --catalogue "$work/odd"
-printf '{"applications": [\n{"bundleId": "b", "name": "A", "documentTypes": [".txt"]},\n{"name": 1}]}' >"$work/one/catalogue.json"
-expect 1 'catalogue.json:3:10: type must be string' check --catalogue "$work/one"
-expect 1 'warning: ' check --catalogue "$work/one"
+check 'every fault and oddity of a catalogue is named at its place' diff \
+  <(cd "$(dirname "$0")/faulty" && "$host" check --catalogue . 2>&1) "$(dirname "$0")/faulty/faults.txt"
+expect 1 'unknown format "gif"' run --guest "$work/none" --catalogue "$(dirname "$0")/faulty"
+refused() { # TEXT JSON
+  echo "$2" >"$work/one/catalogue.json"
+  expect 1 "$1" check --catalogue "$work/one"
+}
+refused '2:1: syntax error while parsing object key' '{'
+refused '1:1: the list "applications" is missing' '{"apps": []}'
+refused '1:1: type must be object, but is array' '[]'
 
 # One host at a time, and an interrupt that leaves a whole guest.
 mkfifo "$work/input"

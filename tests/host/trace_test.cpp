@@ -30,13 +30,7 @@ class TraceTest : public GuestTest {
     return host::ReadTrace(file_).fault;
   }
 
-  std::string Shown(const char* application, const char* code) const {
-    std::ostringstream out;
-    host::PrintTrace(out, host::ReadTrace(file_), application, code);
-    return out.str();
-  }
-
-  // Two applications and one command of each kind, without a guest that answers.
+  // A short talk, without a guest that answers.
   void RecordTalk() {
     host::PrepareGuest();
     host::Recorder recorder(file_);
@@ -45,10 +39,6 @@ class TraceTest : public GuestTest {
     talk.BeginStep("first");
     talk.Hear(Direction::Command, host::SharingCommand(true));
     talk.Hear(Direction::Reply, host::Envelope(102, Items().Text(3, "b.chess").Text(3, "Chess").bytes()));
-    for (const char* id : {"b.chess", "b.go"}) {
-      talk.Hear(Direction::Request, host::Envelope(104, Items().Text(3, id).Number(1, 9).bytes()));
-      talk.Hear(Direction::Reply, host::Envelope(104, Items().Text(3, "of " + std::string(id)).bytes()), 7);
-    }
     talk.BeginStep("second");
     talk.Hear(Direction::Command, host::SharingCommand(false));
     recorder.Finish();
@@ -81,23 +71,7 @@ TEST_F(TraceTest, NamesTheLineThatIsCutOrChanged) {
     start = at + 1;
     ++line;
   }
-  EXPECT_EQ(line - 1, 11u);
-}
-
-TEST_F(TraceTest, ShowsWhatConcernsAnApplicationOrACode) {
-  RecordTalk();
-  const auto lines = [&](const char* application, const char* code) {
-    const std::string text = Shown(application, code);
-    return std::count(text.begin(), text.end(), '\n') - 2 * std::count(text.begin(), text.end(), '*');
-  };
-  EXPECT_EQ(lines("", ""), 10);
-  for (const char* application : {"chess", "b.chess"}) EXPECT_EQ(lines(application, ""), 3);
-  EXPECT_EQ(lines("b.go", ""), 2);
-  EXPECT_EQ(lines("", "details"), 4);
-  EXPECT_EQ(lines("chess", "104"), 2);
-  EXPECT_EQ(lines("Loom", ""), 0);
-  EXPECT_NE(Shown("chess", "").find("documentType of b.chess  status 7\n"), std::string::npos);
-  EXPECT_EQ(Shown("chess", "").find("of b.go"), std::string::npos);
+  EXPECT_EQ(line - 1, 7u);
 }
 
 TEST_F(TraceTest, PlaysAgainAndFindsWhatIsDifferent) {
