@@ -1,11 +1,9 @@
 // The event loop where calls fail, where the device takes its time, and where a command looks at the queue.
-#include <platform/control.h>
-
-#include <cstring>
 #include <fstream>
 #include <regex>
 
 #include "support/fault_runs.h"
+#include "support/keeping_device.h"
 #include "support/own_process.h"
 #include "support/tool_guest.h"
 
@@ -13,53 +11,32 @@ namespace {
 
 using Census = std::map<std::string, std::size_t>;
 
-// Keeps its receives until they are ended by hand, cancelled or not.
-class SlowDevice : public platform::Device {
- public:
-  using Request = std::shared_ptr<platform::IoRequest>;
-
-  DWORD Open(DWORD, DWORD, bool) override { return 0; }
-  void Close() override {}
-  void Control(Request request) override {
-    std::uint32_t code;
-    std::memcpy(&code, request->buffer(), sizeof code);
-    if (code != 0x9100) return request->Complete(0, request->size());
-    kept.push_back(std::move(request));
-  }
-  void Cancel(const Request& request) override {
-    ++cancelled;
-    if (!slow) request->Complete(ERROR_OPERATION_ABORTED, 0);
-  }
-  // Ends a receive after having written to all its memory.
-  static void End(const Request& request) {
-    std::uint64_t address;
-    std::memcpy(&address, static_cast<std::byte*>(request->buffer()) + 16, sizeof address);
-    std::memset(reinterpret_cast<void*>(address), 0xFF, 512);
-    request->Complete(ERROR_OPERATION_ABORTED, 0);
-  }
-
-  std::vector<Request> kept;
-  int cancelled = 0;
-  bool slow = true;
-};
+// Ends a receive after having written to all its memory.
+void End(const KeepingDevice::Request& receive) {
+  std::uint64_t address;
+  std::memcpy(&address, static_cast<std::byte*>(receive->buffer()) + 16, sizeof address);
+  std::memset(reinterpret_cast<void*>(address), 0xFF, 512);
+  receive->Complete(ERROR_OPERATION_ABORTED, 0);
+}
 
 class EventLoopCalls : public ToolGuest {
  protected:
   void TearDown() override {
-    if (slow_) slow_->kept.clear();  // a request keeps its device
+    if (slow_) slow_->Forget();
     ToolGuest::TearDown();
   }
 
   static void RunLoop() { const LoopThread loop; }
   static void FailFirst(const char* function) { Failing(function, 1, RunLoop, 1234); }
-  std::shared_ptr<SlowDevice> MakeDeviceSlow() {
-    slow_ = std::make_shared<SlowDevice>();
+  std::shared_ptr<KeepingDevice> MakeDeviceSlow() {
+    slow_ = std::make_shared<KeepingDevice>();
+    slow_->slow = true;
     platform::SetDevice("\\\\.\\tsr_tg", slow_);
     return slow_;
   }
 
  private:
-  std::shared_ptr<SlowDevice> slow_;
+  std::shared_ptr<KeepingDevice> slow_;
 };
 
 TEST_F(EventLoopCalls, ACancelledReceiveIsKeptUntilTheDeviceHasEndedIt) {
@@ -68,7 +45,7 @@ TEST_F(EventLoopCalls, ACancelledReceiveIsKeptUntilTheDeviceHasEndedIt) {
   platform::ArmFaultPlan({.before = [&](const std::string& function) {
     if (function == "WaitForSingleObject" && !std::exchange(ended, true)) {
       EXPECT_EQ(device->cancelled, 1);
-      SlowDevice::End(device->kept.at(0));
+      End(device->Kept(0));
     }
     freedEarly |= function == "CoUninitialize" && !ended;
   }});
@@ -89,7 +66,7 @@ TEST_F(EventLoopCalls, AReceiveThatTheDeviceHoldsIsFreedByALoopAfterItsEnd) {
   for (const std::size_t ended : {0u, 1u}) {
     RunLoop();
     EXPECT_EQ(platform::Census().at("event"), 2 - ended);
-    SlowDevice::End(device->kept.at(ended));
+    End(device->Kept(ended));
   }
   RunLoop();
   EXPECT_EQ(platform::Census(), Census{});

@@ -22,12 +22,9 @@ class JudgeTest : public ModuleTest {
  protected:
   void SetUp() override {
     ModuleTest::SetUp();
-    host::Application chess = TestApplication("Chess"), go = TestApplication("Go");
-    chess.documentTypes = {"pgn", "fen"};
-    chess.defaultTypes = {"pgn"};
-    chess.urlSchemes = {"chess"};
+    host::Application chess = TestApplication("Chess", {"pgn", "fen"}, {"pgn"}, {"chess"});
     chess.icons.push_back({"24.png", 24, true, TestBitmap(24, 24)});
-    apps_ = {chess, go};
+    apps_ = {chess, TestApplication("Go")};
   }
 
   // A guest that has just mirrored both applications and nothing else.

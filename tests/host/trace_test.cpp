@@ -76,11 +76,9 @@ TEST_F(TraceTest, NamesTheLineThatIsCutOrChanged) {
 
 TEST_F(TraceTest, PlaysAgainAndFindsWhatIsDifferent) {
   const host::SessionOptions session{host::DefaultModule(), std::chrono::seconds(60)};
-  host::Application chess = TestApplication("Chess"), go = TestApplication("Go");
-  chess.documentTypes = chess.defaultTypes = {"pgn"};
-  go.urlSchemes = {"go"};
   host::Catalogue catalogue;
-  for (const host::Application& app : {chess, go}) catalogue.Add(app);
+  catalogue.Add(TestApplication("Chess", {"pgn"}, {"pgn"}));
+  catalogue.Add(TestApplication("Go", {}, {}, {"go"}));
   host::PrepareGuest();
   {
     host::Recorder recorder(file_);

@@ -13,13 +13,13 @@
 #include "common/handles.h"
 #include "log/log.h"
 #include "log/log_security.h"
+#include "support/fault_runs.h"
 #include "support/guest.h"
 #include "support/own_process.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using platform::FaultPlan;
 
 class LogFile : public GuestTest {
  protected:
@@ -53,11 +53,6 @@ class LogFile : public GuestTest {
     fs::permissions(folder, fs::perms::owner_write, deny ? fs::perm_options::remove : fs::perm_options::add);
   }
   static std::size_t OpenFiles() { return platform::Census()["file"]; }
-  static void FailAll(const char* function, DWORD error = 0) {
-    platform::ArmFaultPlan(
-        {.action = FaultPlan::Action::Fail, .call = 1, .function = function, .repeat = true, .error = error});
-  }
-
   static UniqueFile OpenForAccess(const fs::path& path) {
     const std::u16string name = u"C:\\" + fs::relative(path, platform::GuestRoot()).u16string();
     return UniqueFile(
@@ -147,8 +142,8 @@ TEST_F(LogFile, AFolderThatIsThereServesWhateverItsCreationFailsWith) {
       fs::create_directories(logs.parent_path());
       if (c.folder) fs::create_directory(logs);
       if (c.file) std::ofstream(logs) << "in the way";
-      if (c.error != 0) FailAll("CreateDirectoryW", c.error);
-      Write("a");
+      const auto write = [] { Write("a"); };
+      c.error == 0 ? write() : Failing("CreateDirectoryW", 1, write, c.error);
       EXPECT_EQ(Messages(Primary()), c.primary ? "a;" : "");
       EXPECT_EQ(Messages(platform::GuestRoot() / "tessarine.log"), c.primary ? "" : "a;");
     });
@@ -235,9 +230,7 @@ TEST_F(LogFile, TheEntryForInteractiveUsersIsAddedToAListAndNeverMakesOne) {
   std::ofstream(Primary()).flush();
   for (const char* call :
        {"GetSecurityInfo", "ConvertStringSidToSidW", "SetEntriesInAclW", "SetSecurityInfo"}) {
-    FailAll(call);
-    GrantInteractiveUsers(OpenForAccess(Primary()).get());
-    platform::DisarmFaultPlan();
+    Failing(call, 1, [] { GrantInteractiveUsers(OpenForAccess(Primary()).get()); });
     EXPECT_EQ(InteractiveMask(Primary()), 0) << call;
   }
   for (int time = 0; time < 2; ++time) GrantInteractiveUsers(OpenForAccess(Primary()).get());

@@ -5,47 +5,22 @@
 #include <winioctl.h>
 
 #include <functional>
-#include <mutex>
 #include <thread>
 
 #include "common/handles.h"
+#include "support/keeping_device.h"
 
 namespace {
 
 constexpr DWORD control = CTL_CODE(0x22u, 0x900u, METHOD_BUFFERED, FILE_WRITE_ACCESS);
-
-// Keeps one request until the test or a cancellation completes it.
-class TestDevice final : public platform::Device {
- public:
-  DWORD Open(DWORD, DWORD, bool) override { return 0; }
-  void Close() override {}
-  void Control(std::shared_ptr<platform::IoRequest> request) override {
-    std::lock_guard lock(mutex_);
-    kept_ = std::move(request);
-    SetEvent(arrived);
-  }
-  void Cancel(const std::shared_ptr<platform::IoRequest>&) override { Complete(ERROR_OPERATION_ABORTED); }
-  void Complete(DWORD error) {
-    std::unique_lock lock(mutex_);
-    const auto request = std::exchange(kept_, nullptr);
-    lock.unlock();
-    ASSERT_TRUE(request);
-    request->Complete(error, 2);
-  }
-
-  const HANDLE arrived = CreateEventW(nullptr, FALSE, FALSE, nullptr);
-
- private:
-  std::mutex mutex_;
-  std::shared_ptr<platform::IoRequest> kept_;
-};
 
 class DeviceTest : public ::testing::Test {
  protected:
   DeviceTest() { platform::SetDevice("\\\\.\\tested", device); }
   ~DeviceTest() override {
     platform::SetDevice("\\\\.\\tested", nullptr);
-    for (const HANDLE event : {record.hEvent, device->arrived}) EXPECT_TRUE(CloseHandle(event));
+    device->Forget();
+    EXPECT_TRUE(CloseHandle(record.hEvent));
     EXPECT_TRUE(platform::Census().empty());
   }
   static HANDLE Open(DWORD flags) {
@@ -62,7 +37,7 @@ class DeviceTest : public ::testing::Test {
     return signalled;
   }
 
-  const std::shared_ptr<TestDevice> device = std::make_shared<TestDevice>();
+  const std::shared_ptr<KeepingDevice> device = std::make_shared<KeepingDevice>();
   OVERLAPPED record{0, 0, 0, 0, CreateEventW(nullptr, TRUE, TRUE, nullptr)};
   char buffer[4] = "abc";
   DWORD returned = 0;
@@ -70,11 +45,12 @@ class DeviceTest : public ::testing::Test {
 
 TEST_F(DeviceTest, APendingRequestIsEndedByAnotherThread) {
   const HANDLE handle = Open(FILE_FLAG_OVERLAPPED);
+  std::size_t sent = 0;
   for (const DWORD error : {DWORD{0}, DWORD{ERROR_RETRY}}) {
     EXPECT_EQ(Send(handle, &record), DWORD{ERROR_IO_PENDING});
     EXPECT_FALSE(IsOver());
     EXPECT_EQ(Error(GetOverlappedResult(handle, &record, &returned, FALSE)), DWORD{ERROR_IO_INCOMPLETE});
-    const std::jthread other([&] { device->Complete(error); });
+    const std::jthread other([&] { device->Kept(sent++)->Complete(error, 2); });
     EXPECT_EQ(Error(GetOverlappedResult(handle, &record, &returned, TRUE)), error);
     EXPECT_TRUE(IsOver());
     EXPECT_EQ(returned, 2u);
@@ -108,7 +84,7 @@ TEST_F(DeviceTest, TheIssuingThreadCancelsOnItsHandleAndSoDoItsEndAndAClosing) {
 TEST_F(DeviceTest, ASynchronousCallIsEndedByAClosing) {
   const HANDLE handle = Open(FILE_ATTRIBUTE_NORMAL);
   const std::jthread other([&] {
-    WaitForSingleObject(device->arrived, INFINITE);
+    device->Kept(0);
     EXPECT_TRUE(CloseHandle(handle));
   });
   EXPECT_EQ(Send(handle, nullptr), DWORD{ERROR_OPERATION_ABORTED});

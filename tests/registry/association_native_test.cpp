@@ -61,13 +61,11 @@ TEST_F(FileAssociationFaults, AProgIdWithoutCommandCountsFrom64On) {
 
 TEST_F(FileAssociationFaults, TheVersionTestsFollowTheReportedVersion) {
   const auto [major, minor] = platform::ReportedVersion();
-  const struct {
-    DWORD major, minor;
-  } asked[] = {{5, 0}, {5, 2}, {6, 0}, {6, 1}, {6, 3}, {6, 4}, {10, 0}, {10, 1}};
-  for (const auto& a : asked) {
-    EXPECT_EQ(IsWindowsVersionOrLater(a.major, a.minor),
-              major > a.major || (major == a.major && minor >= a.minor))
-        << a.major << "." << a.minor;
+  for (const DWORD askedMajor : {5u, 6u, 10u}) {
+    for (DWORD askedMinor = 0; askedMinor < 5; ++askedMinor) {
+      EXPECT_EQ(IsWindowsVersionOrLater(askedMajor, askedMinor),
+                std::pair(major, minor) >= std::pair(askedMajor, askedMinor));
+    }
   }
   EXPECT_EQ(IsWindows7OrLater(), major * 256 + minor >= 0x0601);
   EXPECT_EQ(IsWindows2000OrEarlier(), major * 256 + minor <= 0x0500);

@@ -19,11 +19,7 @@ class Registration : public ModuleTest {
  protected:
   void SetUp() override {
     ModuleTest::SetUp();
-    host::Application chess = TestApplication("Chess");
-    chess.documentTypes = {"pgn", "fen"};
-    chess.defaultTypes = {"pgn"};
-    chess.urlSchemes = {"chess"};
-    Share({chess});
+    Share({TestApplication("Chess", {"pgn", "fen"}, {"pgn"}, {"chess"})});
   }
 
   bool Register() { return RegisterHostApplication(folder(), Info("Chess"), true); }
@@ -89,7 +85,6 @@ TEST_F(Registration, WritesTheWholeHive) {
 
 // One application's details as they change; what is there must be what a model makes of the same history.
 TEST_F(Registration, FollowsTheDetails) {
-  using Texts = std::vector<std::string>;
   hive::PutMachineAssociation("velomiraopened", true);
   hive::PutText("HKLM\\Software\\Classes\\VelomiraTest.velomiraopened", "URL Protocol", "");
   const std::string declared = "VelomiraTest.velomiraopened";
@@ -110,10 +105,7 @@ TEST_F(Registration, FollowsTheDetails) {
   host::GuestModel model(host::TakeSnapshot(), host::LookAround());
   for (const auto& step : steps) {
     SCOPED_TRACE(step.what);
-    host::Application chess = TestApplication("Chess");
-    chess.documentTypes = step.types;
-    chess.defaultTypes = step.defaults;
-    chess.urlSchemes = step.schemes;
+    host::Application chess = TestApplication("Chess", step.types, step.defaults, step.schemes);
     chess.anyType = step.anyType;
     model.On(Share({chess}));
     EXPECT_EQ(Register(), step.changes);

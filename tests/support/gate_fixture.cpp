@@ -65,10 +65,14 @@ host::Bytes TestBitmap(std::uint32_t width, std::uint32_t height) {
   return bmp;
 }
 
-host::Application TestApplication(const std::string& name) {
+host::Application TestApplication(const std::string& name, const Texts& types, const Texts& defaults,
+                                  const Texts& schemes) {
   host::Application application;
   application.bundleId = "test." + name;
   application.name = name;
+  application.documentTypes = types;
+  application.defaultTypes = defaults;
+  application.urlSchemes = schemes;
   application.icons.push_back({.file = "icon.png", .size = 16, .accepted = true, .bmp = TestBitmap(16, 16)});
   return application;
 }

@@ -55,5 +55,7 @@ using host::Items;
 // A whole bottom-up 32-bit BMP image whose pixels depend on their place.
 host::Bytes TestBitmap(std::uint32_t width, std::uint32_t height);
 
-// An application with one small icon; types and schemes are the caller's to add.
-host::Application TestApplication(const std::string& name);
+// An application with one small icon.
+using Texts = std::vector<std::string>;
+host::Application TestApplication(const std::string& name, const Texts& types = {},
+                                  const Texts& defaults = {}, const Texts& schemes = {});

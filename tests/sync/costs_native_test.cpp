@@ -17,11 +17,8 @@ class ApplicationCosts : public ModuleTest {
   // Five types, of which it is to be the default of one, two schemes, and one icon.
   static host::Application Application(std::size_t number, const std::string& name) {
     const std::string n = std::to_string(number);
-    host::Application application = TestApplication(name + n);
-    for (const char* type : {"a", "b", "c", "d", "e"}) application.documentTypes.push_back("t" + n + type);
-    application.defaultTypes = {application.documentTypes.front()};
-    application.urlSchemes = {"s" + n + "a", "s" + n + "b"};
-    return application;
+    return TestApplication(name + n, {"ta" + n, "tb" + n, "tc" + n, "td" + n, "te" + n}, {"ta" + n},
+                           {"sa" + n, "sb" + n});
   }
 
   // Every second one is called `name`.

@@ -22,11 +22,7 @@ class Mirror : public ModuleTest {
   }
 
   static host::Application Application(const std::string& name, const std::string& type) {
-    host::Application application = TestApplication(name);
-    application.documentTypes = {type};
-    application.defaultTypes = {type};
-    application.urlSchemes = {"x-" + type};
-    return application;
+    return TestApplication(name, {type}, {type}, {"x-" + type});
   }
 
   void PutLauncher(const std::string& fileName) {
@@ -126,7 +122,6 @@ TEST_F(Mirror, QuietRemovalGoesOnAndLoudStopsWhereItFails) {
   Share({Application("Go", "sgf")});
   EXPECT_EQ(Sync(), "");
   Share({Application("Go", "sgf"), TestApplication("Chess")});
-  const std::string files = Files(), registry = hive::Text();
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
     for (const bool quiet : {false, true}) {
@@ -140,7 +135,6 @@ TEST_F(Mirror, QuietRemovalGoesOnAndLoudStopsWhereItFails) {
       EXPECT_EQ(Parts("Chess"), quiet ? c.leftByQuiet : c.leftByLoud);
     }
   }
-  RemoveLauncherFolders();
 }
 
 }  // namespace
