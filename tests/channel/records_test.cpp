@@ -28,34 +28,21 @@ Bytes operator+(Bytes left, const Bytes& right) {
   return left;
 }
 
-// What one question fills, flat, so that a table can say it.
-struct Records {
-  std::vector<std::pair<WideString, WideString>> apps = {};
-  std::vector<WideString> documents = {}, defaults = {}, schemes = {};
-  bool any = false;
-  bool operator==(const Records&) const = default;
-};
-
 class HostRecords : public GateTest {
  protected:
-  struct Answer {
-    Bytes data = {};
-    std::uint32_t result = 0;
-    std::int64_t claimed = -1;  // dataSize; -1: as many as there are
-    std::uint32_t returned = 48;
-  };
-  // Answers every question so.
-  void AnswerWith(const Answer& answer) {
-    Bytes reply = host::Envelope(0, answer.data, answer.result);
-    Bytes size;
-    host::PutU32(size, static_cast<std::uint32_t>(answer.claimed));
-    if (answer.claimed >= 0) std::copy(size.begin(), size.end(), reply.begin() + 16);
-    gate().Serve([this, reply, returned = answer.returned](std::span<const std::byte> envelope) {
-      question.assign(envelope.begin(), envelope.end());
-      return host::Reply{.bytes = reply, .returned = returned};
-    });
+  void SetUp() override {
+    GateTest::SetUp();
+    Watch([this](std::span<const std::byte> envelope) { question.assign(envelope.begin(), envelope.end()); });
   }
-  // Asks with `code`; what is raised. `records` then has what was filled.
+
+  // Answers every question with no data, of which the envelope claims `claimed` bytes.
+  void AnswerWith(std::uint32_t result, std::uint32_t claimed, std::uint32_t returned = 48) {
+    Bytes reply;
+    for (const std::uint32_t field : {0u, 3u, result, 0u, claimed}) host::PutU32(reply, field);
+    gate().Serve([=](std::span<const std::byte>) { return host::Reply{reply, 0, returned}; });
+  }
+
+  // Asks with `code`: what is filled, each with a semicolon behind it, and what is raised.
   std::string Ask(std::uint32_t code) {
     MacAppInfoList apps{{TEXT(""), TEXT("before")}};
     MacAppDetails details;
@@ -65,26 +52,28 @@ class HostRecords : public GateTest {
       if (code == 103) WriteMacAppIcons(nullptr, app);
       if (code == 104) GetMacAppDetails(app, details);
     });
-    records = {{}, details.documentTypes, details.defaultTypes, details.urlSchemes, details.anyType};
     EXPECT_EQ(apps.at(0).name, TEXT("before"));
     apps.erase(apps.begin());
-    for (const MacAppInfo& one : apps) records.apps.emplace_back(one.bundleId, one.name);
-    const host::GateFacts facts = gate().Facts();
-    EXPECT_EQ(facts.opens, facts.closes);
-    return raised;
+    std::string filled;
+    for (const MacAppInfo& one : apps) filled += WideToUtf8(one.bundleId + TEXT("=") + one.name + TEXT(";"));
+    for (const WideString& type : details.documentTypes) filled += "type " + WideToUtf8(type) + ";";
+    for (const WideString& type : details.defaultTypes) filled += "default " + WideToUtf8(type) + ";";
+    for (const WideString& scheme : details.urlSchemes) filled += "scheme " + WideToUtf8(scheme) + ";";
+    if (details.anyType) filled += "any;";
+    EXPECT_EQ(gate().Facts().opens, gate().Facts().closes);
+    return filled + raised;
   }
 
-  Records records;
   Bytes question;  // the whole envelope of the last one
 };
 
 TEST_F(HostRecords, QuestionsCarryArgumentAndRoom) {
-  AnswerWith({});
+  for (const std::uint32_t code : {102u, 103u, 104u}) ReplyWith(code, {});
   EXPECT_EQ(Ask(102), "");
   Bytes expected;
   for (const std::uint32_t field : {102u, 3u, 0u, 0u, 30u, 0u, 3u, 2u}) host::PutU32(expected, field);
   for (const std::uint32_t unit : {0x2Au, 1u, 0u, 1u, 0u, 4u, 0u, 0x7FECu, 0u}) host::PutU16(expected, unit);
-  EXPECT_EQ(question, expected);
+  EXPECT_EQ(Bytes(question.begin(), question.begin() + 50), expected);
   for (const auto& [code, room] : {std::pair(104u, recordsRoom), {103u, iconsRoom}}) {
     EXPECT_EQ(Ask(code), code == 103 ? noIcons : "");
     const host::Question asked = host::ReadQuestion(question);
@@ -96,13 +85,13 @@ TEST_F(HostRecords, QuestionsCarryArgumentAndRoom) {
 }
 
 TEST_F(HostRecords, ArgumentsAreUtf8UpToTheirNulAndMustFit) {
-  AnswerWith({});
   MacAppInfoList apps;
   const WideString longest(recordsRoom - 29, TEXT('a'));
   const std::pair<WideView, std::string> cases[] = {
       {{TEXT("\u00E9\u6F22\0hidden"), 9}, "\xC3\xA9\xE6\xBC\xA2"},
       {{}, ""},
       {longest, std::string(longest.size(), 'a')}};
+  ReplyWith(102, {});
   for (const auto& [pattern, argument] : cases) {
     GetMacAppList(pattern, apps);
     EXPECT_EQ(host::ReadQuestion(question).argument, argument);
@@ -112,82 +101,68 @@ TEST_F(HostRecords, ArgumentsAreUtf8UpToTheirNulAndMustFit) {
 }
 
 TEST_F(HostRecords, EveryQuestionNeedsADeviceDataSuccessAndAReplyInItsRoom) {
+  // To the byte: two strings that fill the room, a bitmap that is none, an unknown item.
+  const std::string name(recordsRoom - 28, 'n');
+  const Bytes fills[] = {Text("id") + Text(name), Item(2, Bytes(iconsRoom - 12)),
+                         Item(7, Bytes(recordsRoom - 12))};
+  const std::string filled[] = {"id=" + name + ";", noIcons, ""};
   for (const std::uint32_t code : {102u, 103u, 104u}) {
     SCOPED_TRACE(code);
-    const std::size_t room = code == 103 ? iconsRoom : recordsRoom;
+    ReplyWith(code, fills[code - 102]);
+    EXPECT_EQ(Ask(code), filled[code - 102]);
     gate().SetPresent(false);
     EXPECT_EQ(Ask(code), "dtool: Can't open tool device driver");
     gate().SetPresent(true);
-    AnswerWith({.returned = 0});
-    EXPECT_EQ(Ask(code), "mainfo: ioctl() returned no data");
     gate().FailNext({.request = host::sendCommand, .systemError = ERROR_NOT_READY});
     EXPECT_EQ(Ask(code), "mainfo: ioctl() returned no data");
-    // The result counts before the reply is looked at.
-    AnswerWith({.result = 0x80000000, .claimed = 0xFFFFFFFF});
+  }
+  for (const std::uint32_t code : {102u, 103u, 104u}) {
+    SCOPED_TRACE(code);
+    AnswerWith(0, 0, 0);
+    EXPECT_EQ(Ask(code), "mainfo: ioctl() returned no data");
+    AnswerWith(0x80000000, 0xFFFFFFFF);  // the result counts before the reply is looked at
     EXPECT_EQ(Ask(code), "mainfo: command failed");
-    for (const std::int64_t claimed : {std::int64_t{0xFFFFFFFF}, static_cast<std::int64_t>(room) + 1}) {
-      AnswerWith({.claimed = claimed});
+    const std::size_t room = code == 103 ? iconsRoom : recordsRoom;
+    for (const std::size_t claimed : {std::size_t{0xFFFFFFFF}, room + 1}) {
+      AnswerWith(0, static_cast<std::uint32_t>(claimed));
       EXPECT_EQ(Ask(code), "mainfo: reply exceeds its buffer");
     }
-    EXPECT_EQ(records, Records{});
-    // To the byte: a bitmap that is none, an unknown item, two strings that fill the room.
-    const Bytes fills[] = {Text("id") + Text(std::string(room - 28, 'n')), Item(2, Bytes(room - 12)),
-                           Item(7, Bytes(room - 12))};
-    AnswerWith({fills[code - 102]});
-    EXPECT_EQ(Ask(code), code == 103 ? noIcons : "");
-    if (code == 102) {
-      EXPECT_EQ(records.apps.at(0).second.size(), room - 28);
-    }
   }
+  AnswerWith(0, 12);  // what is left of the question behind a reply is no part of it
+  EXPECT_EQ(Ask(102), exceeds);
 }
 
 TEST_F(HostRecords, RepliesAreReadUntilTheyBreak) {
   const Bytes pair = Text("id") + Text("name"), one = Text("x"), raw = Item(3, Bytes(1, std::byte{'x'}));
   const Bytes doc = Text("doc"), flag = Items().Number(4, 0x100).bytes(), clear = Item(4, Bytes(4));
   const Bytes bitmap = Item(2, TestBitmap(1, 1));
-  const Records listed{.apps = {{TEXT("id"), TEXT("name")}}}, doc1{.documents = {TEXT("doc")}};
+  const Bytes utf8 = Text("id") + Text(std::string("\xE6\xBC\xA2 \xF0\x9F\x98\x80 a\xFFz\0b", 14));
+  const Bytes allTypes = Items().Text(6, "mailto").Add(1, {}).Text(5, "txt").Text(3, "rtf").bytes() + clear +
+                         Items().Text(6, "").Text(3, "doc").Add(7, Bytes(1)).Text(5, "").bytes() + one + flag;
   const struct {
     std::uint32_t code;
-    const char* what;
     Bytes data;
-    Records records;
-    std::string raised;
+    std::string result;
   } cases[] = {
-      {102, "pairs", pair + pair, {.apps = {listed.apps[0], listed.apps[0]}}, ""},
-      {102, "odd count", pair + one, listed, "mainfo: list format error"},
-      {102, "wrong first type", pair + clear + one, listed, stringExpected},
-      {102, "wrong second type", pair + one + clear, listed, stringExpected},
-      {102, "second not terminated", pair + one + raw, listed, unterminated},
-      {102,
-       "UTF-8 up to its NUL",
-       Text("id") + Text(std::string("\xE6\xBC\xA2 \xF0\x9F\x98\x80 a\xFFz\0b", 14)),
-       {.apps = {{TEXT("id"), TEXT("\u6F22 \U0001F600 a\uFFFDz")}}},
-       ""},
-      {104,
-       "all types in any order",
-       Items().Text(6, "mailto").Add(1, {}).Text(5, "txt").Text(3, "rtf").Add(2, Bytes(1)).bytes() + clear +
-           Items().Text(6, "").Text(3, "doc").Add(7, Bytes(1)).Text(5, "").Text(3, "rtf").bytes() + flag,
-       {.documents = {TEXT("rtf"), TEXT("doc"), TEXT("rtf")},
-        .defaults = {TEXT("txt"), TEXT("")},
-        .schemes = {TEXT("mailto"), TEXT("")},
-        .any = true},
-       ""},
-      {104, "the last flag counts", flag + clear, {}, ""},
-      {104, "short flag", doc + Item(4, Bytes(3)), doc1, exceeds},
-      {104, "type 6 not terminated", doc + Item(6, {}), doc1, unterminated},
-      {104, "cut header", doc + Bytes(11), doc1, exceeds},
-      {103, "too short", Item(2, {}) + Item(2, Bytes(53)), {}, noIcons},
-      {103, "wrong last type", bitmap + Item(3, Bytes(1)), {}, bitmapExpected},
-      {103, "wrong first type", Item(0, Bytes(1)) + bitmap, {}, bitmapExpected}};
+      {102, pair + pair, "id=name;id=name;"},
+      {102, pair + one, "id=name;mainfo: list format error"},
+      {102, pair + clear + one, "id=name;" + stringExpected},
+      {102, pair + one + clear, "id=name;" + stringExpected},
+      {102, pair + one + raw, "id=name;" + unterminated},
+      {102, utf8, "id=\xE6\xBC\xA2 \xF0\x9F\x98\x80 a\xEF\xBF\xBDz;"},
+      {104, allTypes, "type rtf;type doc;type x;default txt;default ;scheme mailto;scheme ;any;"},
+      {104, flag + clear, ""},
+      {104, doc + Item(4, Bytes(3)), "type doc;" + exceeds},
+      {104, doc + Item(6, {}), "type doc;" + unterminated},
+      {104, doc + Bytes(11), "type doc;" + exceeds},
+      {103, Item(2, {}) + Item(2, Bytes(53)), noIcons},  // too short
+      {103, bitmap + Item(3, Bytes(1)), bitmapExpected},
+      {103, Item(0, Bytes(1)) + bitmap, bitmapExpected},
+  };
   for (const auto& c : cases) {
-    AnswerWith({c.data});
-    EXPECT_EQ(Ask(c.code), c.raised) << c.what;
-    EXPECT_EQ(records, c.records) << c.what;
+    ReplyWith(c.code, c.data);
+    EXPECT_EQ(Ask(c.code), c.result);
   }
-  // What is left of the question behind a reply is no part of it.
-  AnswerWith({pair, 0, 12});
-  EXPECT_EQ(Ask(102), exceeds);
-  EXPECT_EQ(records, Records{});
 }
 
 }  // namespace

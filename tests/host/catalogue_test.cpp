@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
@@ -33,26 +34,17 @@ class CatalogueTest : public ::testing::Test {
   fs::path folder_;
 };
 
-std::vector<int> BytesFrom(const host::Bytes& bytes, std::size_t start) {
-  std::vector<int> numbers;
-  for (std::size_t i = start; i < bytes.size(); ++i) numbers.push_back(std::to_integer<int>(bytes[i]));
-  return numbers;
-}
-
 // The picture is 1 pixel wide and 2 high: red and opaque above (1, 2, 3) half transparent.
 TEST_F(CatalogueTest, IconsBecomeBottomUpBitmapsInTheGuestsPixelOrder) {
   const host::Icon icon = host::ReadIcon(folder_, "a.png");
-  const std::vector<int> header = {40, 0, 0, 0, 1,  0,  0, 0, 2,  0,  0, 0, 1, 0, 32, 0, 0, 0, 0, 0,
-                                   8,  0, 0, 0, 19, 11, 0, 0, 19, 11, 0, 0, 0, 0, 0,  0, 0, 0, 0, 0};
-  std::vector<int> expected = header;
-  expected.insert(expected.end(), {3, 2, 1, 128, 0, 0, 255, 255});
-  EXPECT_EQ(BytesFrom(icon.bmp, 14), expected);
-  EXPECT_EQ(host::GetU16(icon.bmp, 0), 0x4D42);
-  EXPECT_EQ(host::GetU32(icon.bmp, 2), icon.bmp.size());
-
+  const auto bitmap = [](std::uint32_t bits, std::initializer_list<unsigned char> pixels) {
+    host::Bytes bytes = host::BlankBitmap(1, 2, bits);
+    std::ranges::transform(pixels, bytes.begin() + 54, [](unsigned char value) { return std::byte{value}; });
+    return bytes;
+  };
+  EXPECT_EQ(icon.bmp, bitmap(32, {3, 2, 1, 128, 0, 0, 255, 255}));
   const host::Icon refused = host::RefusedIcon(icon);
-  EXPECT_EQ(host::GetU16(refused.bmp, 28), 24);
-  EXPECT_EQ(BytesFrom(refused.bmp, 54), (std::vector<int>{3, 2, 1, 0, 0, 0, 255, 0}));
+  EXPECT_EQ(refused.bmp, bitmap(24, {3, 2, 1, 0, 0, 0, 255, 0}));
   EXPECT_FALSE(refused.accepted);
 }
 
