@@ -2,57 +2,17 @@
 // as asked. Contexts are destroyed only after their request has ended, as their contract wants.
 #include "channel/tg.h"
 
-#include <array>
 #include <chrono>
 
 #include "channel/dtool.h"
-#include "support/gate_fixture.h"
+#include "channel/tg_requests.h"
 
 namespace {
 
-// The error that `work` raises as a TgException, 0 when it raises nothing.
-template <class Work>
-DWORD TgError(Work work) {
-  try {
-    work();
-    return 0;
-  } catch (const TgException& failure) {
-    return failure.error;
-  }
-}
-
-struct Receive {
-  std::array<std::byte, 512> memory{};
-  TgPacket<1> packet{{TgReceiveCommand, 0, 0, 1, 0}, {MakeTgBuffer(memory.data(), 512, deviceWrites)}};
-  std::unique_ptr<TgContext> context = CreateTgContext(packet.header);
-
-  bool IsSignalled() const { return WaitForSingleObject(context->Event(), 0) == WAIT_OBJECT_0; }
-  std::uint32_t status() const { return packet.header.status; }
-  std::uint32_t byteCount() const { return packet.buffers[0].byteCount; }
-};
-
-struct Send {
-  host::Bytes memory = host::Envelope(100, host::Bytes(44));
-  TgPacket<2> packet{{TgSendCommand, 0, 0, 2, 0},
-                     {MakeTgBuffer(memory.data(), 64, 0), MakeTgBuffer(memory.data(), 64, deviceWrites)}};
-};
-
-class TgChannel : public GateTest {
- protected:
-  void SetUp() override {
-    GateTest::SetUp();
-    tg = OpenTg();
-    ASSERT_NE(tg, nullptr);
-  }
-  void TearDown() override {
-    tg.reset();
-    GateTest::TearDown();
-  }
-
-  std::unique_ptr<Tg> tg;
-};
+using TgChannel = GateTest;
 
 TEST_F(TgChannel, AReceiveIsInFlightUntilItIsPolledAfterItsEndOrACancellation) {
+  const auto tg = OpenTg();
   Receive receive;
   EXPECT_TRUE(tg->Poll(*receive.context));  // never submitted
   EXPECT_FALSE(receive.IsSignalled());
@@ -99,6 +59,7 @@ const Outcome outcomes[] = {
 };
 
 TEST_F(TgChannel, AReceiveEndsWithAStatusOrRaisesAtOnceOrWhenPolled) {
+  const auto tg = OpenTg();
   for (const bool pends : {false, true}) {
     for (const Outcome& o : outcomes) {
       SCOPED_TRACE(::testing::Message() << "error " << o.systemError << (pends ? " after pending" : ""));
@@ -118,6 +79,7 @@ TEST_F(TgChannel, AReceiveEndsWithAStatusOrRaisesAtOnceOrWhenPolled) {
 }
 
 TEST_F(TgChannel, AnExhaustedQuotaIsWaitedFor) {
+  const auto tg = OpenTg();
   for (const std::uint32_t request : {TgReceiveCommand, TgReceiveCommand, TgSendCommand, TgSendCommand})
     gate().FailNext({.request = request, .systemError = ERROR_WORKING_SET_QUOTA});
   const auto start = std::chrono::steady_clock::now();
@@ -135,6 +97,7 @@ TEST_F(TgChannel, AnExhaustedQuotaIsWaitedFor) {
 }
 
 TEST_F(TgChannel, ACallUsesASecondHandleWhileAReceiveWaits) {
+  auto tg = OpenTg();
   Receive receive;
   tg->Submit(*receive.context);
   gate().Serve([](std::span<const std::byte>) { return host::Reply{{std::byte{7}, std::byte{9}}, 6, 48}; });
@@ -157,6 +120,7 @@ TEST_F(TgChannel, ACallUsesASecondHandleWhileAReceiveWaits) {
 
 // The device of the commands reports what the channel turns into a status, and tries nothing twice.
 TEST_F(TgChannel, ACallEndsWithAStatusOrRaisesAndAnExchangeGivesItsCountAndItsStatus) {
+  const auto tg = OpenTg();
   const auto fail = [&](const Outcome& o) {
     gate().FailNext({.request = TgSendCommand, .systemError = o.systemError, .status = o.deviceStatus});
   };
@@ -185,6 +149,7 @@ TEST_F(TgChannel, ACallEndsWithAStatusOrRaisesAndAnExchangeGivesItsCountAndItsSt
 }
 
 TEST_F(TgChannel, ACallWithoutADeviceRaisesAndTheNextOneTriesAgain) {
+  const auto tg = OpenTg();
   Send send;
   gate().SetPresent(false);
   EXPECT_EQ(OpenTg(), nullptr);
