@@ -8,18 +8,7 @@
 #include <numeric>
 #include <set>
 
-#include "host/difference.h"
-#include "host/resources.h"
 #include "launcher/fs.h"
-
-namespace {
-
-std::string Line(char mark, const host::ResourceId& id, const std::string& data) {
-  return mark + std::to_string(id[0]) + "/" + std::to_string(id[1]) + "/" + std::to_string(id[2]) + " " +
-         std::to_string(data.size()) + "\n";
-}
-
-}  // namespace
 
 void ModuleTest::SetUp() {
   GateTest::SetUp();
@@ -52,7 +41,8 @@ WideString ModuleTest::TemplateFile() {
 std::string ModuleTest::Parts(const std::string& name) const {
   std::string parts;
   const WideString launcher = Launcher(name);
-  if (FileIsThere(launcher)) parts += ResourceChanges(launcher).empty() ? "template " : "launcher ";
+  if (FileIsThere(launcher))
+    parts += ResourcesOf(launcher) == ResourcesOf(TemplateFile()) ? "template " : "launcher ";
   if (hive::Has(host::classesKey + "\\Applications\\" + name + " (Mac).exe")) parts += "key ";
   if (FileIsThere(Shortcut(name))) parts += "shortcut ";
   return parts;
@@ -79,19 +69,13 @@ void WriteFileAt(const WideString& path, const std::string& bytes) {
 }
 
 std::string ResourceData(const WideString& path, WORD type, WORD name, WORD language) {
-  const host::Resources all = host::ReadResources(WideToUtf8(path));
+  const host::Resources all = ResourcesOf(path);
   const auto found = all.find({type, name, language});
   return found == all.end() ? "none" : found->second;
 }
 
-std::string ResourceChanges(const WideString& path, const WideString& base) {
-  std::string changes;
-  host::ForEachDifference(host::ReadResources(WideToUtf8(base)), host::ReadResources(WideToUtf8(path)),
-                          [&](const host::ResourceId& id, const std::string* old, const std::string* now) {
-                            if (old != nullptr) changes += Line('-', id, *old);
-                            if (now != nullptr) changes += Line('+', id, *now);
-                          });
-  return changes;
+host::Resources ResourcesOf(const WideString& path) {
+  return host::ReadResources(WideToUtf8(path));
 }
 
 void PutResource(const WideString& path, WORD type, WORD name, WORD language, const std::string& data) {

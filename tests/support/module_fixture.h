@@ -5,6 +5,7 @@
 #include "common/handles.h"
 #include "common/host_application.h"
 #include "host/guest_view.h"
+#include "host/resources.h"
 #include "support/gaps.h"
 #include "support/gate_fixture.h"
 #include "support/hive.h"
@@ -42,8 +43,6 @@ void WriteFileAt(const WideString& path, const std::string& bytes);
 
 // The data of one resource exactly as it is stored, found by its own language; "none" when there is none.
 std::string ResourceData(const WideString& path, WORD type, WORD name, WORD language);
-// The resources in which a file differs from `base`: "+type/name/language size" and "-...", sorted by type,
-// name and language, one a line.
-std::string ResourceChanges(const WideString& path, const WideString& base = ModuleTest::TemplateFile());
+host::Resources ResourcesOf(const WideString& path);
 // Changes a file's resources from outside the module; empty data deletes.
 void PutResource(const WideString& path, WORD type, WORD name, WORD language, const std::string& data);

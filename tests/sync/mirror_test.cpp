@@ -49,7 +49,7 @@ TEST_F(Mirror, FollowsTheHostsLists) {
   chess.icons = {{.file = "", .size = 32, .bmp = TestBitmap(32, 32)}};
   chess.documentTypes = {"fen"};
   on("a changed one, one new, none gone", {go, chess, Application("Go (Mac)", "igo")});
-  EXPECT_EQ(ResourceChanges(Launcher("Chess"), before), "");
+  EXPECT_EQ(ResourcesOf(Launcher("Chess")), ResourcesOf(before));
   chess.name = "CHESS";
   go.icons.clear();
   on("another letter case, and one without icons that has its launcher", {chess, go});
