@@ -8,35 +8,26 @@
 
 namespace {
 
-const std::string classes = "HKEY_CURRENT_USER\\Software\\Classes\\";
-
 class FileAssociationFaults : public GuestTest {};
 
 TEST_F(FileAssociationFaults, AClaimGoesAsFarAsItCan) {
   const bool old = !IsWindowsVersionOrLater(6, 1);
-  const std::string byDefault = old ? "default " : "";
   const struct {
     const char* denied;
     bool claimed, offered;
-    std::string written;
-  } cases[] = {{".pgn", !old, false, old ? "" : "progid command "},
-               {".pgn\\OpenWithList", true, false, byDefault + "progid command "},
-               {"pgn_auto_file", false, true, byDefault + "offer "},
-               {"pgn_auto_file\\shell", false, true, byDefault + "progid offer "}};
+  } cases[] = {{".pgn", !old, false},
+               {".pgn\\OpenWithList", true, false},
+               {"pgn_auto_file", false, true},
+               {"pgn_auto_file\\shell", false, true}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.denied);
     platform::ResetRegistry();
-    platform::DenyKey(classes + c.denied, true);
+    platform::DenyKey("HKEY_CURRENT_USER\\Software\\Classes\\" + std::string(c.denied), true);
     EXPECT_EQ(RegisterOpenWith(TEXT("Chess (Mac)"), TEXT("pgn"), TEXT("C:\\x"), true), c.offered);
     EXPECT_EQ(RegisterAutoFileProgId(HKEY_CURRENT_USER, TEXT("pgn"), TEXT("C:\\x\\a.exe")), c.claimed);
-    platform::DenyKey(classes + c.denied, false);
-    const std::string text = hive::Text();
-    std::string written;
-    if (text.find("\\.pgn]\n@=\"pgn_auto_file\"") != text.npos) written += "default ";
-    if (text.find("pgn_auto_file]\n") != text.npos) written += "progid ";
-    if (text.find("pgn_auto_file\\shell\\open\\command]\n@=") != text.npos) written += "command ";
-    if (text.find("OpenWithList\\Chess (Mac).exe]\n@=") != text.npos) written += "offer ";
-    EXPECT_EQ(written, c.written);
+    platform::DenyKey("HKEY_CURRENT_USER\\Software\\Classes\\" + std::string(c.denied), false);
+    EXPECT_EQ(hive::Has(hive::classes + "pgn_auto_file\\shell\\open\\command"), c.claimed);
+    EXPECT_EQ(hive::Has(hive::classes + ".pgn\\OpenWithList\\Chess (Mac).exe"), c.offered);
   }
 }
 

@@ -55,12 +55,9 @@ TEST_F(RegistryAccess, TextIsToldFromOtherValues) {
     bool has;
     std::string got;  // the text, or what is raised
   } cases[] = {{"empty text", REG_SZ, std::string(2, '\0'), true, ""},
-               {"text with a NUL inside", REG_SZ, std::string("a\0\0\0b\0\0\0", 8), true, "a"},
                {"text without NUL", REG_SZ, std::string("a\0b\0", 4), true, "ab"},
                {"text of no bytes", REG_SZ, "", false, ""},
-               {"list", REG_MULTI_SZ, std::string("a\0\0\0b\0\0\0\0\0", 10), false, "a"},
                {"number", REG_DWORD, "wxyz", false, noText},
-               {"bytes", REG_BINARY, "wxyz", false, noText},
                {"256 units", REG_SZ, host::Utf16Bytes(std::string(255, 'x')), true, std::string(255, 'x')},
                {"257 units", REG_SZ, host::Utf16Bytes(std::string(256, 'x')), false, std::string(256, 'x')},
                {"512 units", REG_SZ, host::Utf16Bytes(std::string(511, 'x')), false, std::string(511, 'x')},
