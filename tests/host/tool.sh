@@ -94,9 +94,46 @@ expect 0 'documentType loom' trace "$work/told.jsonl" --app Loom
 expect 1 'holds nothing of that' trace "$work/told.jsonl" --app Lom
 expect 0 'The guest came out the same' replay "$work/told.jsonl" --guest "$work/again"
 expect 1 'the guest must be a new one' replay "$work/told.jsonl" --guest "$work/again"
-head -c 5000 "$work/told.jsonl" >"$work/cut.jsonl"
-expect 1 'cut.jsonl: line 8: is cut or changed' replay "$work/cut.jsonl" --guest "$work/none"
+damaged() { # TEXT COMMAND...: what the command makes of the recording is not played
+  local text=$1
+  shift
+  "$@" "$work/told.jsonl" >"$work/cut.jsonl"
+  expect 1 "cut.jsonl: line $text" replay "$work/cut.jsonl" --guest "$work/none"
+}
+damaged '8: is cut or changed' head -c 5000
+damaged '5: is cut or changed' sed '5s/:/;/'
+damaged '5: is cut or changed' sed 5d
+damaged '1: is cut or changed' sed 1d
+damaged '103: the recording stops here, without its end' head -n -1
+damaged '104: is cut or changed' head -c -1
 expect 1 'cannot be written' run --guest "$work/told" --catalogue "$catalogue" --trace "$work/none/told.jsonl"
+
+# The story ends well with any catalogue.
+apps() { # NAME...: applications of these names
+  local name
+  for name; do printf '%s{"bundleId": "b.%s", "name": "%s", "icons": ["i.png"]}' "$comma" "$name" "$name"; comma=,; done
+}
+story() { # APPLICATIONS...: the items of a catalogue
+  stories=$((stories + 1))
+  local told=$work/story-$stories
+  mkdir "$told" && cp "$catalogue/tidepool-48.png" "$told/i.png"
+  printf '{"applications": [%s]}' "$*" >"$told/catalogue.json"
+  expect 0 '* Sharing on again' run --guest "$told/guest" --catalogue "$told" --keep-on
+  expect 0 '' verify --guest "$told/guest"
+}
+stories=0 comma='' long=$(printf 'x%.0s' {1..200})
+story
+story "$(apps 1)"
+story "$(apps 1 2)"
+story "$(apps Newcomer 1 2)"
+story "$(apps '1 Deluxe' 1 2)"
+story "$(apps "${long:100}" 1 2)"
+story "$(apps {1..98})"
+story '{"bundleId": "a", "name": "A"}, {"bundleId": "b", "name": "B", "icons": [{"file": "i.png", "format": "bmp24"}]}'
+types='["exe", "a.b", "TXT", "txt", "'$long'"]'
+story '{"bundleId": "a", "name": "A", "icons": ["i.png"], "documentTypes": '"$types"', "defaultTypes": '"$types"'}, ' \
+  '{"bundleId": "b", "name": "B", "icons": ["i.png"],' \
+  '"urlSchemes": [".txt", "txt_auto_file", "Applications", "a b", "'"$long"'"]}, ' "$(apps 3)"
 
 # A catalogue that is not one.
 mkdir "$work/odd" && ln -s /dev/zero "$work/odd/catalogue.json"
