@@ -53,10 +53,6 @@ class ModuleProcesses : public GateTest {
       ExpectAnnouncement();
     }
   }
-  std::uint64_t Open() {
-    const host::GateFacts facts = gate().Facts();
-    return facts.opens - facts.closes;
-  }
 };
 
 TEST_F(ModuleProcesses, TwoModulesShareTheCommandsAndAreCleanedUpApart) {
@@ -66,22 +62,22 @@ TEST_F(ModuleProcesses, TwoModulesShareTheCommandsAndAreCleanedUpApart) {
   ExpectAnnouncement();
   Child other;
   ExpectAnnouncement();
-  EXPECT_EQ(Open(), 4u);
+  EXPECT_EQ(OpenHandles(), 4u);
   Announce(10);
   EXPECT_EQ(module->Stop(), 0);
   EXPECT_EQ(gate().Facts().cancelled, 1u);
-  EXPECT_EQ(Open(), 2u);
+  EXPECT_EQ(OpenHandles(), 2u);
   Announce(1);  // by the other process now
   EXPECT_EQ(module->Start(), 0);
   ExpectAnnouncement();
   other.Kill();
   // Wine tells the driver of a handle's end a little after the process's.
-  for (int i = 0; i < 3000 && Open() != 2; ++i) Sleep(10);
-  EXPECT_EQ(Open(), 2u);
+  for (int i = 0; i < 3000 && OpenHandles() != 2; ++i) Sleep(10);
+  EXPECT_EQ(OpenHandles(), 2u);
   EXPECT_EQ(gate().Facts().cancelled, 2u);
   Announce(4);
   EXPECT_EQ(module->Stop(), 0);
-  EXPECT_EQ(Open(), 0u);
+  EXPECT_EQ(OpenHandles(), 0u);
 }
 
 }  // namespace

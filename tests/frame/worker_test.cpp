@@ -3,14 +3,7 @@
 
 namespace {
 
-class Worker : public ToolGuest {
- protected:
-  // The handles that the worker has open at the device: two once it has announced itself.
-  std::uint64_t Open() {
-    const host::GateFacts facts = gate().Facts();
-    return facts.opens - facts.closes;
-  }
-};
+using Worker = ToolGuest;
 
 TEST_F(Worker, TheExportsStartAndStopOneWorkerAndReportOnlyAFailedStart) {
   for (const std::uint32_t code : {0u, 1u, 4u, 6u, 7u, 0x80000005u}) {
@@ -30,9 +23,9 @@ TEST_F(Worker, TheExportsStartAndStopOneWorkerAndReportOnlyAFailedStart) {
     EXPECT_EQ(module->Start(), 0);
     for (const std::uint32_t code : {5u, 0u, 4u, 7u, 0x106u}) EXPECT_EQ(module->Notify(code), 0);
     Run(other);
-    EXPECT_EQ(Open(), 2u);
+    EXPECT_EQ(OpenHandles(), 2u);
     EXPECT_EQ(run == 1 ? module->Notify(6) : module->Stop(), 0);
-    EXPECT_EQ(Open(), 0u);
+    EXPECT_EQ(OpenHandles(), 0u);
     EXPECT_EQ(gate().Facts().opens, 2 * run);
     EXPECT_EQ(gate().Facts().cancelled, run);
     EXPECT_EQ(TakeAsked(), Codes{announcement});
@@ -66,7 +59,7 @@ TEST_F(Worker, AStopWaitsForTheCommandThatRuns) {
   EXPECT_EQ(stop.get(), 0);
   EXPECT_EQ(gate().Facts().receives, 2u);  // submitted once more after the command, and cancelled
   EXPECT_EQ(gate().Facts().cancelled, 1u);
-  EXPECT_EQ(Open(), 0u);
+  EXPECT_EQ(OpenHandles(), 0u);
 }
 
 }  // namespace

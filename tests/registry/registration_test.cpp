@@ -9,7 +9,6 @@
 namespace {
 
 constexpr std::uint32_t getDetails = 104;
-constexpr std::uint32_t documentType = 3, defaultType = 5, scheme = 6;
 const std::string appKey = "HKCU\\Software\\Classes\\Applications\\Chess (Mac).exe";
 const std::string tools = "HKCU\\Software\\Tessarine\\Tessarine Tools";
 const std::string urlKey = "HKCU\\Software\\Classes\\Tsrn.Url.Chess (Mac)";
@@ -114,20 +113,23 @@ TEST_F(Registration, FollowsTheDetails) {
 }
 
 TEST_F(Registration, NamesThatWouldAddressOtherKeysAreSkipped) {
-  const Items usable = Items().Text(documentType, "pgn").Text(defaultType, "fen").Text(scheme, "x.y-z+1");
+  const Items usable = Items()
+                           .Text(host::textItem, "pgn")
+                           .Text(host::defaultTypeItem, "fen")
+                           .Text(host::schemeItem, "x.y-z+1");
   Items mixed = usable;
-  for (const std::uint32_t type : {documentType, defaultType, scheme}) {
+  for (const std::uint32_t type : {host::textItem, host::defaultTypeItem, host::schemeItem}) {
     for (const char* name : {"", "a\\b", "\\", "Applications\\x"}) mixed.Text(type, name);
   }
   for (const char* name : {".pgn", "PGN_AUTO_FILE", "TSRN.URL.Go (Mac)", "APPLICATIONS"})
-    mixed.Text(scheme, name);
+    mixed.Text(host::schemeItem, name);
   ReplyWith(getDetails, usable.bytes());
   Register();
   const std::string before = hive::Text();
   ReplyWith(getDetails, mixed.bytes());
   Register();
   EXPECT_EQ(hive::Text(), before);
-  ReplyWith(getDetails, Items().Text(documentType, "a\\b").bytes());
+  ReplyWith(getDetails, Items().Text(host::textItem, "a\\b").bytes());
   Register();
   EXPECT_EQ(hive::Value(appKey, "NoOpenWith"), "\"\"");
 }
@@ -149,8 +151,8 @@ TEST_F(Registration, EndsWhereAKeyIsMissing) {
     for (const std::string& key : {c.missing, hive::classes + ".pgn", hive::classes + "pgn_auto_file"})
       hive::Drop(key);
     hive::Drop(urlKey);
-    Items details = Items().Text(documentType, "pgn").Text(defaultType, "pgn");
-    if (c.withSchemes) details.Text(scheme, "chess");
+    Items details = Items().Text(host::textItem, "pgn").Text(host::defaultTypeItem, "pgn");
+    if (c.withSchemes) details.Text(host::schemeItem, "chess");
     ReplyWith(getDetails, details.bytes());
     EXPECT_EQ(Raised([&] { Register(); }), c.raised);
     EXPECT_TRUE(hive::Has(c.written));
@@ -161,7 +163,7 @@ TEST_F(Registration, EndsWhereAKeyIsMissing) {
 TEST_F(Registration, WhatTheHostRefusesIsNotRegistered) {
   Register();
   const std::string before = hive::Text();
-  ReplyWith(getDetails, Items().Add(documentType, std::as_bytes(std::span("x", 1))).bytes());
+  ReplyWith(getDetails, Items().Add(host::textItem, std::as_bytes(std::span("x", 1))).bytes());
   EXPECT_EQ(Raised([&] { Register(); }), "bit_box: string is not terminated");
   EXPECT_EQ(hive::Text(), before);
 }

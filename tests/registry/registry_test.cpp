@@ -15,15 +15,14 @@ const WideString path = TEXT("Software\\Classes\\VelomiraTest");
 class RegistryAccess : public GuestTest {};
 
 TEST_F(RegistryAccess, TextIsStoredWithItsNul) {
-  for (const WideString text : {TEXT("text"), TEXT(""), TEXT("\u00e9")}) {
-    SetStringValue(HKEY_CURRENT_USER, path + TEXT("\\a\\b"), TEXT("V\\1"), text);
-    BYTE data[64]{};
-    DWORD type = REG_NONE, size = sizeof data;
-    const Key key = OpenKey(HKEY_CURRENT_USER, path + TEXT("\\a\\b"));
-    ASSERT_EQ(RegQueryValueExW(key.get(), TEXT("V\\1"), nullptr, &type, data, &size), ERROR_SUCCESS);
-    EXPECT_EQ(type, REG_SZ);
-    ASSERT_EQ(size, (text.size() + 1) * sizeof(WCHAR));
-    EXPECT_EQ(WideString(reinterpret_cast<const WCHAR*>(data)), text);
+  for (const std::string text : {"text", "", "\xC3\xA9"}) {
+    SetStringValue(HKEY_CURRENT_USER, path + TEXT("\\a\\b"), TEXT("V\\1"), Utf8ToWide(text));
+    std::string stored;
+    host::VisitKeys(below + "\\a\\b", [&](auto&, const std::string* value, DWORD type, auto data) {
+      if (value != nullptr && *value == "V\\1" && type == REG_SZ)
+        stored.assign(reinterpret_cast<const char*>(data.data()), data.size());
+    });
+    EXPECT_EQ(stored, host::Utf16Bytes(text));
   }
 }
 

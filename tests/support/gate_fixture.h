@@ -25,6 +25,8 @@ class GateTest : public GuestTest {
   void TearDown() override;
 
   host::Gate& gate() { return *gate_; }
+  // The handles that guests have open at the device: a module has two once it has announced itself.
+  std::uint64_t OpenHandles() { return gate_->Facts().opens - gate_->Facts().closes; }
 
   // Answers the guest's requests from these applications from now on, and returns the catalogue of them.
   host::Catalogue Share(const std::vector<host::Application>& applications);

@@ -13,7 +13,6 @@
 namespace {
 
 constexpr std::uint32_t getList = 102, getDetails = 104;
-constexpr std::uint32_t text = 3;
 
 class Mirror : public ModuleTest {
  protected:
@@ -67,8 +66,12 @@ TEST_F(Mirror, FollowsTheHostsLists) {
 
 TEST_F(Mirror, ADoubleNameIsBuiltOnce) {
   Share({TestApplication("Chess")});
-  ReplyWith(getList,
-            Items().Text(text, "test.Chess").Text(text, "Chess").Text(text, "b").Text(text, "Chess").bytes());
+  ReplyWith(getList, Items()
+                         .Text(host::textItem, "test.Chess")
+                         .Text(host::textItem, "Chess")
+                         .Text(host::textItem, "b")
+                         .Text(host::textItem, "Chess")
+                         .bytes());
   ReplyWith(getDetails, {});
   EXPECT_EQ(Sync(), "");
   EXPECT_EQ(ResourceData(Launcher("Chess"), 10, 260, 0), host::Utf16Bytes("test.Chess"));
@@ -79,7 +82,9 @@ TEST_F(Mirror, WithoutAListNothingChanges) {
   Share({Application("Chess", "pgn")});
   EXPECT_EQ(Sync(), "");
   const std::string files = Files(), registry = hive::Text();
-  ReplyWith(getList, Items().Text(text, "test.Go").Text(text, "Go").Text(text, "odd").bytes());
+  ReplyWith(
+      getList,
+      Items().Text(host::textItem, "test.Go").Text(host::textItem, "Go").Text(host::textItem, "odd").bytes());
   EXPECT_EQ(Sync(), "mainfo: list format error");
   EXPECT_EQ(Files(), files);
   EXPECT_EQ(hive::Text(), registry);
