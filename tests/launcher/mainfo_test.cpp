@@ -172,6 +172,7 @@ TEST_F(LauncherCreation, TheInstallLocationIsAShortTextOfEitherView) {
   } cases[] = {{"text without NUL", REG_SZ, std::string("D\0:\0/\0", 6), "D:/"},
                {"260 units", REG_SZ, host::Utf16Bytes(std::string(259, 'x')), std::string(259, 'x')},
                {"261 units", REG_SZ, host::Utf16Bytes(std::string(260, 'x')), "D:\\Narrow"},
+               {"expandable text", REG_EXPAND_SZ, host::Utf16Bytes("D:"), "D:\\Narrow"},
                {"empty text", REG_SZ, host::Utf16Bytes(""), "D:\\Narrow"}};
   hive::PutText(narrowKey, "InstallLocation", "D:\\Narrow");
   for (const auto& c : cases) {

@@ -56,6 +56,7 @@ TEST_F(RegistryAccess, TextIsToldFromOtherValues) {
   } cases[] = {{"empty text", REG_SZ, std::string(2, '\0'), true, ""},
                {"text without NUL", REG_SZ, std::string("a\0b\0", 4), true, "ab"},
                {"text of no bytes", REG_SZ, "", false, ""},
+               {"list", REG_MULTI_SZ, std::string("a\0\0\0b\0\0\0\0\0", 10), false, "a"},
                {"number", REG_DWORD, "wxyz", false, noText},
                {"256 units", REG_SZ, host::Utf16Bytes(std::string(255, 'x')), true, std::string(255, 'x')},
                {"257 units", REG_SZ, host::Utf16Bytes(std::string(256, 'x')), false, std::string(256, 'x')},
