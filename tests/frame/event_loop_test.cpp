@@ -1,6 +1,5 @@
 // The event loop through the module: when it announces, which commands it runs, and how each end of a receive
 // moves it on. What a loop did is looked at after its worker has been stopped, when it can do no more.
-#include <shlwapi.h>
 
 #include "launcher/fs.h"
 #include "support/module_fixture.h"

@@ -1,5 +1,4 @@
 // Starts and stops in which a call of the system fails, and what the worker's rest costs.
-#include <platform/control.h>
 
 #include <atomic>
 

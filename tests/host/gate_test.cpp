@@ -2,8 +2,6 @@
 // the module's own requests meet is shown by its channel's tests.
 #include "host/gate.h"
 
-#include <functional>
-
 #include "channel/dtool.h"
 #include "channel/tg_requests.h"
 

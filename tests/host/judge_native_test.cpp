@@ -1,7 +1,6 @@
 // The judge is known by what it convicts: of each kind of thing that a guest holds, just that is made wrong.
 #include "host/judge.h"
 
-#include <functional>
 #include <sstream>
 
 #include "frame/sharing_state.h"

@@ -2,7 +2,6 @@
 #include "host/trace.h"
 
 #include <fstream>
-#include <functional>
 #include <random>
 #include <sstream>
 

@@ -2,7 +2,6 @@
 // The host is looked at directly, since the layer has no call that moves a file; a folder without the owner's
 // write bit is one that denies access. A process settles its place once, hence one for each case.
 #include <aclapi.h>
-#include <platform/control.h>
 #include <sddl.h>
 
 #include <ctime>

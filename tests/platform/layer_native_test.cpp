@@ -1,6 +1,5 @@
 // The rules that every call of the layer keeps: one gate, whose planned fault it reports and then does
 // nothing; handles that only their own call closes; arguments that it does not know end the process.
-#include <platform/control.h>
 #include <shlobj.h>
 #include <shlwapi.h>
 

@@ -2,9 +2,7 @@
 #include "common/windows_version.h"
 #include "registry/registry_association.h"
 #include "support/fault_runs.h"
-#include "support/guest.h"
-#include "support/hive.h"
-#include "support/raised.h"
+#include "support/module_fixture.h"
 
 namespace {
 

@@ -3,8 +3,7 @@
 #include "registry/registry_association.h"
 
 #include "common/windows_version.h"
-#include "support/guest.h"
-#include "support/hive.h"
+#include "support/module_fixture.h"
 
 namespace {
 

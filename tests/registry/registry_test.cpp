@@ -2,10 +2,7 @@
 #include "registry/registry.h"
 
 #include "registry/registry_registration.h"
-#include "support/gaps.h"
-#include "support/guest.h"
-#include "support/hive.h"
-#include "support/raised.h"
+#include "support/module_fixture.h"
 
 namespace {
 

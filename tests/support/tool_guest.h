@@ -7,7 +7,6 @@
 
 #include "frame/event_loop.h"
 #include "host/system.h"
-#include "host/wire.h"
 #include "support/gate_fixture.h"
 
 class ToolGuest : public GateTest {

@@ -14,18 +14,16 @@ using Counts = std::map<std::string, std::size_t>;
 
 class ApplicationCosts : public ModuleTest {
  protected:
-  // Five types, of which it is to be the default of one, two schemes, and one icon.
-  static host::Application Application(std::size_t number, const std::string& name) {
-    const std::string n = std::to_string(number);
-    return TestApplication(name + n, {"ta" + n, "tb" + n, "tc" + n, "td" + n, "te" + n}, {"ta" + n},
-                           {"sa" + n, "sb" + n});
-  }
-
-  // Every second one is called `name`.
+  // Every second one is called `name`. Each has five types, of which it is to be the default of one, two
+  // schemes, and one icon.
   void ShareSome(std::size_t count, const std::string& name) {
     std::vector<host::Application> applications;
-    for (std::size_t i = 0; i < count; ++i)
-      applications.push_back(Application(i, i % 2 == 0 ? name : "App "));
+    for (std::size_t i = 0; i < count; ++i) {
+      const std::string n = std::to_string(i);
+      applications.push_back(TestApplication((i % 2 == 0 ? name : "App ") + n,
+                                             {"ta" + n, "tb" + n, "tc" + n, "td" + n, "te" + n}, {"ta" + n},
+                                             {"sa" + n, "sb" + n}));
+    }
     Share(applications);
   }
 

@@ -1,7 +1,5 @@
 // The guest as it follows the host: passes, the sweep of stale launchers, and the removal of one application.
 
-#include <functional>
-
 #include "frame/sharing_state.h"
 #include "host/verify.h"
 #include "launcher/fs.h"
