@@ -52,8 +52,7 @@ TEST_F(TraceTest, PlaysAgainAndFindsWhatIsDifferent) {
   const struct {
     const char* text;
     std::function<void(host::Trace&)> change;
-  } cases[] = {{"", [](host::Trace&) {}},
-               {"  -     added = x",
+  } cases[] = {{"  -     added = x",
                 [](host::Trace& trace) {
                   trace.lines[trace.lines.size() - 2].fields["guest"]["registry"]
                                                             ["HKCU\\Software\\RegisteredApplications\x01"
@@ -80,7 +79,7 @@ TEST_F(TraceTest, PlaysAgainAndFindsWhatIsDifferent) {
     host::Trace trace = recorded;
     each.change(trace);
     std::ostringstream out;
-    EXPECT_EQ(host::Replay(out, trace, session), *each.text == '\0') << out.str();
+    EXPECT_FALSE(host::Replay(out, trace, session)) << out.str();
     EXPECT_NE(out.str().find(each.text), std::string::npos) << out.str();
   }
 }

@@ -5,10 +5,8 @@
 #include <algorithm>
 #include <cstring>
 #include <iterator>
-#include <stdexcept>
 
-#include "support/guest.h"
-#include "support/hive.h"
+#include "support/module_fixture.h"
 
 namespace {
 
@@ -54,12 +52,8 @@ TEST_F(RegistryNativeTest, AMalformedTextIsRefusedAtItsLineAndLeavesTheRegistry)
        {"\"v\"=\"1", "Windows Registry Editor", "[HKEY_USERS]", "[HKEY_CURRENT_USER\\]",
         "[HKEY_CURRENT_USER\\b", "@=\"1\"2", "@=dword:1", "@=hex(123456789):", "@=hex(3):0g", "@=hex(3):00,",
         "\x1b is longer than what is said of a line of sixty units"}) {
-    std::string refusal;
-    try {
-      platform::LoadRegistry("[HKEY_CURRENT_USER]\n\n[HKEY_CURRENT_USER\\a]\n" + line + "\n");
-    } catch (const std::invalid_argument& refused) {
-      refusal = refused.what();
-    }
+    const std::string refusal = Raised(
+        [&] { platform::LoadRegistry("[HKEY_CURRENT_USER]\n\n[HKEY_CURRENT_USER\\a]\n" + line + "\n"); });
     const std::string shown = line[0] == '\x1b' ? "^001b" + line.substr(1, 59) : line;
     EXPECT_EQ(refusal, "line 4: malformed: " + shown);
     EXPECT_EQ(platform::SaveRegistry(), before);
