@@ -15,14 +15,19 @@ namespace {
 
 namespace fs = std::filesystem;
 
-const fs::path source = VELOMIRA_SOURCE_DIR, picture = source / "tests/host/faulty/a.png";
+// The source tree, which is somewhere above the build's.
+fs::path Source() {
+  fs::path source = ".";
+  for (int up = 0; up < 8 && !exists(source / "examples/catalogue"); ++up) source = ".." / source;
+  return source;
+}
 
 class CatalogueTest : public ::testing::Test {
  protected:
   CatalogueTest()
       : folder_(fs::temp_directory_path() / ("catalogue-" + std::to_string(std::random_device()()))) {
     fs::create_directories(folder_);
-    fs::copy_file(picture, folder_ / "a.png");
+    fs::copy_file(Source() / "tests/host/faulty/a.png", folder_ / "a.png");
   }
   ~CatalogueTest() override { fs::remove_all(folder_); }
 
@@ -64,7 +69,7 @@ TEST_F(CatalogueTest, AWholeEntryIsRead) {
 // Editors and this program agree on what a catalogue may hold.
 TEST_F(CatalogueTest, TheSchemaKnowsTheFields) {
   const auto read = [](const fs::path& file) { return nlohmann::json::parse(std::ifstream(file)); };
-  const fs::path examples = source / "examples/catalogue";
+  const fs::path examples = Source() / "examples/catalogue";
   const nlohmann::json schema = read(examples / "catalogue.schema.json"),
                        fields = schema["definitions"]["application"]["properties"];
   nlohmann::json application;
