@@ -15,7 +15,7 @@ class EventLoop : public ToolGuest {
 TEST_F(EventLoop, AnnouncesOnceWhileAReceiveWaitsAndAgainWhenAsked) {
   Watch([&](std::span<const std::byte> envelope) {
     EXPECT_EQ(Bytes(envelope.begin(), envelope.end()), on);
-    EXPECT_TRUE(gate().WaitIdle(patience));
+    EXPECT_TRUE(gate().WaitIdle(patience()));
   });
   StartAndAwaitAnnouncement();
   for (const std::uint32_t code : {0u, 2u, 99u, 101u, 102u, 103u, 104u, 0x8301u})
@@ -102,7 +102,7 @@ TEST_F(EventLoop, AReceiveThatFailsIsSubmittedAgainOrEndsReceiving) {
     gate().Push(on);
     Await(list);
     if (c.again) {
-      EXPECT_TRUE(gate().WaitIdle(patience));
+      EXPECT_TRUE(gate().WaitIdle(patience()));
     }
     module->Stop();
     const host::GateFacts facts = gate().Facts();

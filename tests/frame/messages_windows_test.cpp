@@ -24,7 +24,7 @@ TEST_F(Messages, TheLoopServesWindowsOfItsThreadAndTakesNoStopFromThem) {
       SetWindowLongPtrW(window, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(&Procedure));
     });
     Await(announcement);
-    EXPECT_TRUE(gate().WaitIdle(patience));
+    EXPECT_TRUE(gate().WaitIdle(patience()));
     DWORD_PTR answer = 0;
     EXPECT_NE(SendMessageTimeoutW(window, WM_APP, 0, 0, SMTO_NORMAL, 10000, &answer), 0);
     EXPECT_EQ(answer, 7u);

@@ -40,7 +40,7 @@ GateTest::Codes GateTest::TakeAsked() {
 
 void GateTest::Await(std::uint32_t code) {
   std::unique_lock lock(mutex_);
-  const bool seen = changed_.wait_for(lock, patience, [&] { return std::ranges::count(asked_, code) > 0; });
+  const bool seen = changed_.wait_for(lock, patience(), [&] { return std::ranges::count(asked_, code) > 0; });
   EXPECT_TRUE(seen) << "question " << code << " does not come";
 }
 

@@ -27,12 +27,12 @@ class ToolGuest : public GateTest {
 
   void Run(const Bytes& command) {
     gate().Push(command);
-    EXPECT_TRUE(gate().WaitIdle(patience)) << "no receive";
+    EXPECT_TRUE(gate().WaitIdle(patience())) << "no receive";
   }
   void StartAndAwaitAnnouncement() {
     EXPECT_EQ(module->Start(), 0);
     Await(announcement);
-    EXPECT_TRUE(gate().WaitIdle(patience)) << "no receive";
+    EXPECT_TRUE(gate().WaitIdle(patience())) << "no receive";
   }
 
   const Bytes on = host::SharingCommand(true), off = host::SharingCommand(false);
