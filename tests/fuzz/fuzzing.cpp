@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <random>
 
-#include "trials/replies.h"
+#include "host/wire.h"
 
 namespace fuzz {
 
@@ -33,42 +33,27 @@ std::size_t MutateItems(std::uint8_t* data, std::size_t size, std::size_t maxSiz
   if (size < prefix || below(8) == 0) return LLVMFuzzerMutate(data, size, maxSize);
   if (prefix > 0 && below(8) == 0) LLVMFuzzerMutate(data, prefix, prefix);  // may shrink it: its end stays
 
-  std::vector<trials::Item> views;
-  trials::SplitItems(std::as_bytes(std::span(data, size)).subspan(prefix), views);
+  auto left = std::as_bytes(std::span(data, size)).subspan(prefix);
   std::vector<host::Bytes> items;
-  for (const trials::Item& view : views) items.push_back(host::Items().Add(view.type, view.value).bytes());
+  for (host::Item item; host::TakeItem(left, item);)
+    items.push_back(host::Items().Add(item.type, item.value).bytes());
   const auto type = static_cast<std::uint32_t>(below(8));
-  const auto value = std::as_bytes(std::span("a\0\0", 4)).first(below(5));
-  if (items.empty()) items.push_back(host::Items().Add(type, value).bytes());
-  const std::size_t at = below(items.size());
-  const auto place = items.begin() + static_cast<std::ptrdiff_t>(at);
-  switch (below(7)) {
-    case 0:
-      items.insert(place, host::Items().Add(type, value).bytes());
-      break;
-    case 1:
-      items.insert(place, host::Bytes(*place));
-      break;
-    case 2:
-      items.erase(place);
-      break;
-    case 3:
-      std::swap(*place, items[below(items.size())]);
-      break;
-    case 4:  // a header that lies about its type or its size
-      (*place)[below(2) == 0 ? 4 : 8 + below(4)] = static_cast<std::byte>(below(256));
-      break;
-    case 5:
-      (*place)[4] = static_cast<std::byte>(type);
-      break;
-    default: {
-      const std::uint32_t kept = host::GetU32(*place, 4);
-      host::Bytes longer(place->begin() + host::itemHeader, place->end());
-      const std::size_t old = longer.size();
-      longer.resize(old + 28);
-      longer.resize(LLVMFuzzerMutate(reinterpret_cast<std::uint8_t*>(longer.data()), old, longer.size()));
-      *place = host::Items().Add(kept, longer).bytes();
-    }
+  const auto place = items.begin() + static_cast<std::ptrdiff_t>(below(items.size() + 1));
+  if (place == items.end() || below(4) == 0) {
+    items.insert(place,
+                 host::Items().Add(type, std::as_bytes(std::span("a\0\0", 4)).first(below(5))).bytes());
+  } else if (below(4) == 0) {
+    items.push_back(*place);
+  } else if (below(3) == 0) {
+    items.erase(place);
+  } else if (below(4) == 0) {  // a header that lies about its size
+    (*place)[8 + below(4)] = static_cast<std::byte>(below(256));
+  } else {
+    host::Bytes value(place->begin() + host::itemHeader, place->end());
+    const std::size_t old = value.size();
+    value.resize(old + 28);
+    value.resize(LLVMFuzzerMutate(reinterpret_cast<std::uint8_t*>(value.data()), old, value.size()));
+    *place = host::Items().Add(below(4) == 0 ? type : host::GetU32(*place, 4), value).bytes();
   }
   auto out = std::as_writable_bytes(std::span(data, maxSize)).subspan(prefix);
   for (const host::Bytes& item : items) {

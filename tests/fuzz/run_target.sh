@@ -6,7 +6,7 @@ name=$1 program=$2 longest=$3 found=$4
 shift 3
 [ -z "$TMPDIR" ] && [ -w /dev/shm ] && export TMPDIR=/dev/shm
 export ASAN_OPTIONS="quarantine_size_mb=1:$ASAN_OPTIONS"
-mkdir -p "$found"
+mkdir -p "$found" "$@"  # not every target has seeds
 "$program" -max_len="$longest" -max_total_time="${VELOMIRA_FUZZ_SECONDS:-3}" -timeout=20 -print_final_stats=1 \
   -artifact_prefix="$found-" "$@" >"$found.log" 2>&1 || { tail -n 40 "$found.log"; exit 1; }
 awk -v name="$name" '

@@ -1,4 +1,4 @@
-// Random choices that a seed and a trial's number repeat.
+// Random choices that a seed and a trial's number repeat, from single ones to catalogues and guests.
 #pragma once
 
 #include <algorithm>
@@ -6,6 +6,9 @@
 #include <iterator>
 #include <random>
 #include <string>
+#include <vector>
+
+#include "host/catalogue.h"
 
 namespace trials {
 
@@ -24,17 +27,19 @@ class Dice {
     std::shuffle(list.begin(), list.end(), random_);
   }
   // The text with the case of its ASCII letters changed at random, now and then.
-  std::string Spelt(std::string text) {
-    if (!Chance(25)) return text;
-    for (char& c : text) {
-      if (((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z')) && Chance(50)) c ^= 0x20;
-    }
-    return text;
-  }
+  std::string Spelt(std::string text);
 
  private:
   std::seed_seq both_;
   std::mt19937 random_;
 };
+
+// Up to 20 applications with some of the icons. Names and identifiers come from two pools, so that those of
+// the next catalogue are partly the same, spelt otherwise, or another application's.
+host::Catalogue RandomCatalogue(Dice& dice, const std::vector<host::Icon>& icons);
+
+// Fills the guest with entries and files of other programs, for this user and for the whole machine, that
+// have much to do with types, schemes and names of such catalogues.
+void AddForeignEntries(Dice& dice);
 
 }  // namespace trials

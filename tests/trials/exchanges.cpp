@@ -62,13 +62,6 @@ Taken Ask(Kind kind) {
   return taken;
 }
 
-// A list of one application, and no details.
-host::Bytes GoodReply(Kind kind) {
-  host::Items items;
-  if (kind == Kind::List) items.Text(host::textItem, "id").Text(host::textItem, "n");
-  return host::Envelope(static_cast<std::uint32_t>(kind), items.bytes());
-}
-
 }  // namespace
 
 std::filesystem::path HostFile(const std::string& guestPath) {
@@ -92,7 +85,7 @@ Exchanges::Exchanges(const std::filesystem::path& guest) {
   });
 }
 
-std::string Exchanges::Check(Kind kind, const host::Reply& reply, std::uint32_t systemError) {
+std::string Exchanges::Try(Kind kind, const host::Reply& reply, std::uint32_t systemError) {
   reply_ = reply;
   if (systemError != 0) gate_->FailNext({.request = host::sendCommand, .systemError = systemError});
   const Taken taken = Ask(kind);
@@ -107,16 +100,6 @@ std::string Exchanges::Check(Kind kind, const host::Reply& reply, std::uint32_t 
   const host::GateFacts facts = gate_->Facts();
   if (facts.opens != facts.closes) return "left the device open";
   return facts.breaches.empty() ? "" : "broke the gate's contract: " + facts.breaches.front();
-}
-
-std::string Exchanges::Try(Kind kind, const host::Reply& reply, std::uint32_t systemError) {
-  std::string wrong = Check(kind, reply, systemError);
-  const std::string raised = raised_;
-  const Kind next = kind == Kind::Icons ? Kind::List : kind;
-  if (wrong.empty()) wrong = Check(next, {.bytes = GoodReply(next)}, 0);
-  if (wrong.empty() && !raised_.empty()) wrong = "the next question raised " + raised_;
-  raised_ = raised;
-  return wrong;
 }
 
 }  // namespace trials

@@ -1,6 +1,6 @@
 // Single questions of the module's own code to a host that answers as badly as it likes, in this process: the
 // requests go through the whole channel to the gate. After each, the guest must have taken over exactly what
-// the reply holds, nothing may be open, and the next question must be answered.
+// the reply holds, and nothing may be open.
 #pragma once
 
 #include <filesystem>
@@ -28,8 +28,6 @@ class Exchanges {
   const std::string& raised() const { return raised_; }
 
  private:
-  std::string Check(Kind kind, const host::Reply& reply, std::uint32_t systemError);
-
   std::unique_ptr<host::Gate> gate_;
   host::Reply reply_;
   host::Bytes request_;

@@ -6,16 +6,12 @@
 
 #include <algorithm>
 #include <chrono>
-#include <fstream>
 #include <future>
-#include <iterator>
 #include <numeric>
-#include <sstream>
 #include <stdexcept>
 #include <thread>
 #include <utility>
 
-#include "host/difference.h"
 #include "host/prepare.h"
 
 namespace trials {
@@ -40,43 +36,33 @@ std::size_t CallsSoFar() {
 }  // namespace
 
 GuestState SaveGuestState() {
-  GuestState state{platform::SaveRegistry(), {}};
-  for (const auto& entry : fs::recursive_directory_iterator(platform::GuestRoot())) {
-    const std::string name = entry.path().lexically_relative(platform::GuestRoot()).generic_string();
-    if (entry.is_directory()) {
-      state.files[name + "/"];
-    } else {
-      std::ifstream file(entry.path(), std::ios::binary);
-      state.files[name] = {std::istreambuf_iterator<char>(file), {}};
-    }
-  }
+  static int number = 0;
+  GuestState state{platform::SaveRegistry(),
+                         platform::GuestRoot().string() + "." + std::to_string(++number)};
+  fs::remove_all(state.files);
+  fs::copy(platform::GuestRoot(), state.files, fs::copy_options::recursive);
   return state;
 }
 
 void RestoreGuestState(const GuestState& state) {
   for (const auto& entry : fs::directory_iterator(platform::GuestRoot())) fs::remove_all(entry);
-  for (const auto& [name, bytes] : state.files) {
-    const fs::path path = platform::GuestRoot() / name;
-    if (name.ends_with('/')) {
-      fs::create_directories(path);
-    } else if (!(std::ofstream(path, std::ios::binary) << bytes << std::flush)) {
-      throw std::runtime_error(name + " cannot be restored");
-    }
-  }
+  fs::copy(state.files, platform::GuestRoot(), fs::copy_options::recursive);
   platform::LoadRegistry(state.registry);
 }
 
-host::Entries Elsewhere() {
-  host::Entries elsewhere;
-  for (const char* root : {"HKCU", "HKLM"}) host::ReadKeys(root, elsewhere);
-  for (const auto& [name, bytes] : SaveGuestState().files) {
-    std::string path = "C:\\" + name;
+host::Snapshot Elsewhere() {
+  host::Snapshot elsewhere;
+  for (const char* root : {"HKCU", "HKLM"}) host::ReadKeys(root, elsewhere.registry);
+  for (const auto& entry : fs::recursive_directory_iterator(platform::GuestRoot())) {
+    std::string path = "C:/" + entry.path().lexically_relative(platform::GuestRoot()).generic_string();
     std::replace(path.begin(), path.end(), '/', '\\');
-    elsewhere[path] = bytes;
+    elsewhere.files[path] = host::ReadGuestFile(path).value_or("folder");
   }
   for (const std::string& ours : {host::classesKey, host::tessarineKey, host::registeredKey,
                                   host::LauncherFolder(), host::ShortcutFolder()}) {
-    std::erase_if(elsewhere, [&](const auto& entry) { return IsAtOrBelow(entry.first, ours); });
+    const auto isOurs = [&](const auto& entry) { return IsAtOrBelow(entry.first, ours); };
+    std::erase_if(elsewhere.registry, isOurs);
+    std::erase_if(elsewhere.files, isOurs);
   }
   return elsewhere;
 }
@@ -86,26 +72,14 @@ bool IsAtOrBelow(const std::string& path, const std::string& above) {
          (path.size() == above.size() || path[above.size()] == '\\' || path[above.size()] == host::valueMark);
 }
 
-Lines Split(const std::string& text) {
+Lines Split(const std::string& text, const std::string& separator) {
   Lines parts;
-  std::istringstream in(text);
-  for (std::string part; std::getline(in, part, '|');) parts.push_back(part);
+  for (std::size_t start = 0; start < text.size();) {
+    const std::size_t end = std::min(text.find(separator, start), text.size());
+    parts.push_back(text.substr(start, end - start));
+    start = end + separator.size();
+  }
   return parts;
-}
-
-std::string Difference::Text() const {
-  std::string text = path;
-  std::replace(text.begin(), text.end(), host::valueMark, '|');
-  return (how == How::Missing ? "missing: " : how == How::Changed ? "changed: " : "new: ") + text;
-}
-
-std::vector<Difference> Differences(const host::Entries& before, const host::Entries& now) {
-  std::vector<Difference> differences;
-  host::ForEachDifference(before, now, [&](const auto& path, const std::string* was, const std::string* is) {
-    using enum Difference::How;
-    differences.push_back({!is ? Missing : was ? Changed : New, path});
-  });
-  return differences;
 }
 
 void RequireNone(const std::string& when, const Lines& wrong) {
@@ -230,16 +204,6 @@ host::Catalogue ChangedCatalogue(const host::Catalogue& catalogue) {
   changed.Remove(apps.at(1).name);
   changed.Add(std::move(added));
   return changed;
-}
-
-host::Catalogue FirstOf(const host::Catalogue& catalogue, std::size_t count) {
-  host::Catalogue some;
-  for (std::size_t i = 0; i < count; ++i) {
-    host::Application app = catalogue.applications().at(i);
-    app.icons.resize(1);
-    some.Add(std::move(app));
-  }
-  return some;
 }
 
 }  // namespace trials

@@ -6,7 +6,6 @@
 #include <atomic>
 #include <filesystem>
 #include <functional>
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -20,19 +19,19 @@
 namespace trials {
 
 using Lines = std::vector<std::string>;
-Lines Split(const std::string& text);  // at each bar
+Lines Split(const std::string& text, const std::string& separator = "|");
 
 // All that a guest keeps between commands.
 struct GuestState {
   std::string registry;
-  std::map<std::string, std::string> files;  // path below drive C -> bytes; folders with a "/" at their end
+  std::filesystem::path files;  // a copy of drive C, beside it
 };
 GuestState SaveGuestState();
 void RestoreGuestState(const GuestState& state);
 
 // Everything that the guest holds where the module has no business: all registry keys and files but those of
 // a host::Snapshot.
-host::Entries Elsewhere();
+host::Snapshot Elsewhere();
 
 // Of paths in a snapshot, values among them.
 bool IsAtOrBelow(const std::string& path, const std::string& above);
@@ -43,13 +42,6 @@ inline std::string LauncherOf(const std::string& application) {
 inline std::string ShortcutOf(const std::string& application) {
   return host::ShortcutFolder() + "\\" + application + " (Mac).lnk";
 }
-
-struct Difference {
-  enum class How { Missing, Changed, New } how;
-  std::string path;  // as the map has it
-  std::string Text() const;
-};
-std::vector<Difference> Differences(const host::Entries& before, const host::Entries& now);
 
 // Throws std::runtime_error with the first few of the lines when there are any.
 void RequireNone(const std::string& when, const Lines& wrong);
@@ -101,7 +93,5 @@ class Guest {
 
 // The catalogue after a change of every kind: its first application renamed, its second gone, a new one come.
 host::Catalogue ChangedCatalogue(const host::Catalogue& catalogue);
-// The first applications, with one icon each.
-host::Catalogue FirstOf(const host::Catalogue& catalogue, std::size_t count);
 
 }  // namespace trials

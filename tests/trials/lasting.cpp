@@ -1,110 +1,76 @@
 // The kinds are tied to the calls that can cause them, so that the same difference for another reason is a
-// fault. Paths stand as patterns in which a question mark is the sign before a value's name.
+// fault.
 #include "trials/lasting.h"
 
 #include <fnmatch.h>
 
 #include <algorithm>
-#include <optional>
 
 namespace trials {
 namespace {
 
-using enum Difference::How;
-
-const std::string classes = host::classesKey + "\\";
-
-// What is made with a launcher and not again.
-Lines OpenCommandOf(const std::string& launcher) {
-  return {classes + "Applications\\" + launcher + ".exe?",
-          classes + "Applications\\" + launcher + ".exe\\shell*"};
-}
-
+// Causes by how their names begin, none for any; differences as patterns, in which {gone} stands for an
+// application that the story drops or renames, and {typeless} for one without types. Both are split at "; ".
 struct Lasting {
-  const char* what;
-  Lines causes;  // calls by how their names begin, "allocation" or "death"; none: any
-  std::optional<Difference::How> how;
-  Lines paths;  // {gone}: of an application that the story drops or renames, {typeless}: without types
+  const char *what, *causes, *differences;
 };
 
-const Lasting kinds[] = {
-    {"a launcher without one of its icon images",
-     {"UpdateResourceW", "allocation"},
-     Changed,
-     {"C:*(Mac).exe"}},
+constexpr Lasting kinds[] = {
+    {"a launcher without one of its icon images", "UpdateResourceW; allocation", "wrong: C:*(Mac).exe:*"},
     {"a shortcut without one of its properties",
-     {"IShellLinkW::SetPath", "IShellLinkW::SetDescription", "IUnknown::QueryInterface", "IPropertyStore::"},
-     Changed,
-     {"C:*(Mac).lnk"}},
-    {"a launcher without its shortcut", {"death"}, Missing, {"C:*(Mac).lnk"}},
-    {"an application key without its open command", {"death"}, Missing, OpenCommandOf("*(Mac)")},
-    {"an application without types, whose launcher is there, without its open command",
-     {},
-     Missing,
-     OpenCommandOf("{typeless}")},
-    {"an offer without its default value",
-     {"RegSetValueExW", "death"},
-     Missing,
-     {classes + ".*\\OpenWithList\\*(Mac).exe?"}},
-    {"entries or the shortcut of an application that is gone", {}, New, {"*{gone}*"}},
-    {"offers of an application whose name was not converted",
-     {"MultiByteToWideChar"},
-     New,
-     {classes + ".*\\OpenWithList\\ (Mac).exe*"}},
-    {"claims as earlier versions of Windows have them",
-     {"VerifyVersionInfoW"},
-     {},
-     {classes + ".*", classes + "*_auto_file*"}},
+     "IShellLinkW::SetPath; IShellLinkW::SetDescription; IUnknown::QueryInterface; IPropertyStore::",
+     "wrong: C:*(Mac).lnk:*"},
+    {"a launcher without its shortcut", "death", "missing: C:*(Mac).lnk"},
+    {"an application key without its open command", "death",
+     "missing: *\\Applications\\*(Mac).exe, value*; missing: *\\Applications\\*(Mac).exe\\shell*"},
+    // What is made with a launcher and not again.
+    {"an application without types, whose launcher is there, without its open command", "",
+     "missing: *\\Applications\\{typeless}.exe, value*; missing: *\\Applications\\{typeless}.exe\\shell*"},
+    {"an offer without its default value", "RegSetValueExW; death",
+     "missing: *\\Classes\\.*\\OpenWithList\\*(Mac).exe, value*"},
+    {"entries or the shortcut of an application that is gone", "", "unexpected: *{gone}*"},
+    {"offers of an application whose name was not converted", "MultiByteToWideChar",
+     "unexpected: *\\Classes\\.*\\OpenWithList\\ (Mac).exe*"},
+    {"claims as earlier versions of Windows have them", "VerifyVersionInfoW",
+     "*: *\\Classes\\.*; *: *\\Classes\\*_auto_file*"},
 };
 
-bool Fits(const std::string& path, const std::string& pattern, const Story& story) {
-  for (const std::string mark : {"{gone}", "{typeless}"}) {
-    const std::size_t at = pattern.find(mark);
-    if (at == std::string::npos) continue;
-    return std::ranges::any_of(
-        mark == "{gone}" ? story.gone() : story.typeless(), [&](const std::string& name) {
-          return Fits(path, std::string(pattern).replace(at, mark.size(), name), story);
-        });
-  }
-  return fnmatch(pattern.c_str(), path.c_str(), FNM_NOESCAPE) == 0;
+bool Fits(const std::string& difference, const std::string& pattern, const Story& story) {
+  const std::size_t mark = pattern.find('{'), end = pattern.find('}');
+  if (mark == std::string::npos) return fnmatch(pattern.c_str(), difference.c_str(), FNM_NOESCAPE) == 0;
+  const Lines& names = pattern.compare(mark, 5, "{gone") == 0 ? story.gone() : story.typeless();
+  return std::ranges::any_of(names, [&](const std::string& name) {
+    return Fits(difference, pattern.substr(0, mark) + name + pattern.substr(end + 1), story);
+  });
 }
 
-bool FitsOne(const std::string& path, const Lines& patterns, const Story& story) {
-  return std::ranges::any_of(patterns, [&](const auto& pattern) { return Fits(path, pattern, story); });
+bool FitsOne(const std::string& difference, const std::string& patterns, const Story& story) {
+  return std::ranges::any_of(Split(patterns, "; "),
+                             [&](const auto& pattern) { return Fits(difference, pattern, story); });
 }
 
 }  // namespace
 
 const char* LastingKind(const Story& story, const Scene& scene, const std::string& cause,
-                        const Difference& difference) {
-  const std::string& path = difference.path;
-  const auto isCause = [&](const std::string& call) { return cause.starts_with(call); };
+                        const std::string& difference) {
   for (const Lasting& kind : kinds) {
-    if ((kind.causes.empty() || std::ranges::any_of(kind.causes, isCause)) &&
-        difference.how == kind.how.value_or(difference.how) && FitsOne(path, kind.paths, story)) {
-      return kind.what;
-    }
+    const Lines causes = Split(kind.causes, "; ");
+    const bool isCause = causes.empty() || std::ranges::any_of(causes, [&](const auto& each) {
+                           return cause.starts_with(each);
+                         });
+    if (isCause && FitsOne(difference, kind.differences, story)) return kind.what;
   }
-  const bool wasThere = scene.held.registry.contains(path) || scene.held.files.contains(path);
-  return scene.name == "off" && difference.how == New && wasThere
+  const bool wasThere = std::ranges::find(scene.held, difference) != scene.held.end();
+  return scene.name == "off" && wasThere
              ? "what an \"off\" did not reach, of an application that is no longer listed"
              : nullptr;
 }
 
 // What removes an application goes on after a failure; with its key and its launcher gone, nothing leads to
 // these.
-bool IsLeftForGood(const Story& story, const std::string& path) {
-  return FitsOne(path,
-                 {"*\\Tsrn.Url.{gone}*", "*\\MacApps\\{gone}*", "*\\RegisteredApplications?{gone}",
-                  "*\\RegisteredApplications, value {gone}"},
+bool IsLeftForGood(const Story& story, const std::string& difference) {
+  return FitsOne(difference, "*\\Tsrn.Url.{gone}*; *\\MacApps\\{gone}*; *\\RegisteredApplications*{gone}",
                  story);
-}
-
-bool IsResidue(const Difference& difference) {
-  const std::string& path = difference.path;
-  const std::size_t below = path.find('\\', classes.size());
-  return difference.how != Changed && path.starts_with(classes + ".") &&
-         (below == std::string::npos || path.compare(below, 9, "\\OpenWith") == 0);
 }
 
 }  // namespace trials

@@ -1,5 +1,6 @@
 // What a fault leaves behind that no further "on" mends, because the pass ignores the failed call's result or
-// has no record of what it has lost. All of it goes with the next "off".
+// has no record of what it has lost. All of it goes with the next "off". Differences are lines of
+// host::Differences.
 #pragma once
 
 #include <string>
@@ -11,12 +12,9 @@ namespace trials {
 // The kind of a difference from the guest without faults; null for one that must not be. `cause` is the call
 // that failed, "allocation" or "death".
 const char* LastingKind(const Story& story, const Scene& scene, const std::string& cause,
-                        const Difference& difference);
+                        const std::string& difference);
 
 // An entry of an application that is gone, which no "off" finds any more.
-bool IsLeftForGood(const Story& story, const std::string& path);
-
-// Entries that stay for good, as the design says: below the extensions' keys.
-bool IsResidue(const Difference& difference);
+bool IsLeftForGood(const Story& story, const std::string& difference);
 
 }  // namespace trials

@@ -4,11 +4,12 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <ctime>
 #include <fstream>
-#include <optional>
+#include <iterator>
 #include <stdexcept>
 #include <thread>
 
@@ -28,8 +29,7 @@ constexpr std::size_t burst = 100;                                    // lines w
 constexpr auto earliest = 60ms;                                       // before a second ends, a burst begins
 constexpr std::size_t longestLine = 4094;                             // what is longer is cut
 constexpr std::size_t hourSeconds = 3600;
-constexpr std::size_t latest =
-    4;  // seconds until a file that went is no longer written to, on a busy machine
+constexpr std::size_t latest = 4;  // seconds until a file that went is no longer written to
 
 const std::string primary = "C:\\Windows\\Logs\\tessarine.log";
 const std::string fallback = "C:\\Users\\guest\\AppData\\Local\\tessarine.log";
@@ -71,84 +71,75 @@ void WriteAll(std::size_t process, const Options& options) {
     throw std::runtime_error("a writer has other than one file open at its end");
 }
 
-// Moves the file away, deletes it, or puts an empty one in its place. It is kept under the second it went in.
+// Deletes the file, or puts an empty one in its place. It is kept under the second in which it went.
 void TakeAway(Report& report, const std::atomic<std::size_t>& writing, const Options& options) {
   Dice dice(options.seed, processes * threads);
   const fs::path path = HostFile(primary), fresh = HostFile(kept + "\\fresh");
   std::size_t taken = 0;
-  for (const auto end = std::chrono::steady_clock::now() + 10min;
-       writing != 0 && std::chrono::steady_clock::now() < end;) {
-    report.Trial("the log's file is taken away");
+  while (writing != 0) {
     std::this_thread::sleep_for(1ms * (dice.Chance(50) ? dice.Below(5) : dice.Below(300)));
-    const fs::path to = HostFile(kept) / (std::to_string(SecondOfHour()) + "." + std::to_string(taken));
-    const bool moves = dice.Chance(30);
-    if ((moves ? rename(path.c_str(), to.c_str()) : link(path.c_str(), to.c_str())) != 0) continue;
-    if (!moves && dice.Chance(50)) {
+    const std::string name = std::to_string(SecondOfHour()) + "." + std::to_string(taken);
+    if (link(path.c_str(), (HostFile(kept) / name).c_str()) != 0) continue;
+    ++taken;
+    if (dice.Chance(50)) {
       unlink(path.c_str());
-    } else if (!moves) {
+    } else {
       std::ofstream(fresh).flush();
       rename(fresh.c_str(), path.c_str());
     }
-    ++taken;
   }
   report.Count("files taken away", taken);
 }
 
-// Finds every line whole and once, and those of a thread in the order in which it wrote them.
-class Reader {
- public:
-  explicit Reader(std::size_t lines) : seen_(processes * threads, std::vector<bool>(lines)) {}
-
-  // `taken`: the second in which the file went.
-  void Read(const fs::path& path, std::optional<std::size_t> taken) {
-    std::vector<std::size_t> next(processes * threads);
-    std::ifstream file(path, std::ios::binary);
-    for (std::string line; std::getline(file, line); ++lines_) {
-      if (file.eof()) Fail("not ended", line);
-      Take(line, taken, next);
-    }
+struct Line {
+  std::string text;
+  std::size_t writer = 0, number = 0, second = 0;  // of the hour
+  void Require(bool holds, const std::string& otherwise) const {
+    if (!holds) throw std::runtime_error(otherwise + ": " + text.substr(0, 200));
   }
-
-  std::size_t lines() const { return lines_; }
-
- private:
-  [[noreturn]] static void Fail(const std::string& what, const std::string& line) {
-    throw std::runtime_error(what + ": " + line.substr(0, 200));
-  }
-
-  // "MM-DD hh:mm:ss.mmm W /Writers:PID:TID/ [TEST] " and the message.
-  void Take(const std::string& line, std::optional<std::size_t> taken, std::vector<std::size_t>& next) {
-    std::size_t writer = 0, number = 0;
-    unsigned minute = 0, second = 0;
-    int head = 0;
-    if (std::sscanf(line.c_str(), "%*2u-%*2u %*2u:%2u:%2u.%*3u W /Writers:%*u:%*x/ [TEST] %n%zu %zu", &minute,
-                    &second, &head, &writer, &number) != 4 ||
-        writer >= seen_.size() || number >= seen_[0].size()) {
-      Fail("no line of ours", line);
-    }
-    const std::string whole = line.substr(0, static_cast<std::size_t>(head)) + Message(writer, number);
-    if (line != whole.substr(0, longestLine)) Fail("not whole", line);
-    const std::size_t late = taken ? (minute * 60 + second + hourSeconds - *taken) % hourSeconds : 0;
-    if (late > latest && late < hourSeconds / 2)
-      Fail("in a file that went " + std::to_string(late) + " s before", line);
-    if (seen_[writer][number]) Fail("twice", line);
-    if (number < next[writer]) Fail("out of order", line);
-    next[writer] = number + 1;
-    seen_[writer][number] = true;
-  }
-
-  std::vector<std::vector<bool>> seen_;  // by writer
-  std::size_t lines_ = 0;
 };
 
+// "MM-DD hh:mm:ss.mmm W /Writers:PID:TID/ [TEST] " and the message.
+Line Parse(const std::string& text, std::size_t lines) {
+  Line line{text};
+  unsigned minute = 0, second = 0;
+  int head = 0;
+  const int found =
+      std::sscanf(text.c_str(), "%*2u-%*2u %*2u:%2u:%2u.%*3u W /Writers:%*u:%*x/ [TEST] %n%zu %zu", &minute,
+                  &second, &head, &line.writer, &line.number);
+  line.Require(found == 4 && line.writer < processes * threads && line.number < lines, "no line of ours");
+  const std::string whole =
+      text.substr(0, static_cast<std::size_t>(head)) + Message(line.writer, line.number);
+  line.Require(text == whole.substr(0, longestLine), "not whole");
+  line.second = minute * 60 + second;
+  return line;
+}
+
+// Every line is there whole and once, those of a thread in the order in which it wrote them.
 void ReadAll(Report& report, const Options& options) {
   const std::size_t lines = fullLines / options.every;
-  Reader reader(lines);
-  for (const auto& file : fs::directory_iterator(HostFile(kept)))
-    reader.Read(file.path(), std::stoul(file.path().filename().string()));
-  reader.Read(HostFile(primary), std::nullopt);
-  report.Count("lines in the log", reader.lines());
-  if (reader.lines() != lines * processes * threads) throw std::runtime_error("lines are lost");
+  std::vector<std::vector<bool>> seen(processes * threads, std::vector<bool>(lines));
+  std::vector<fs::path> files = {HostFile(primary)};
+  std::ranges::copy(fs::directory_iterator(HostFile(kept)), std::back_inserter(files));
+  std::size_t read = 0;
+  for (const fs::path& path : files) {
+    std::ifstream file(path, std::ios::binary);
+    std::vector<std::size_t> next(seen.size());
+    for (std::string text; std::getline(file, text); ++read) {
+      const Line line = Parse(text, lines);
+      line.Require(!file.eof(), "not ended");
+      line.Require(!seen[line.writer][line.number], "twice");
+      line.Require(line.number >= next[line.writer], "out of order");
+      seen[line.writer][line.number] = true;
+      next[line.writer] = line.number + 1;
+      if (path == files[0]) continue;
+      const std::size_t late =
+          (line.second + hourSeconds - std::stoul(path.filename().string())) % hourSeconds;
+      line.Require(late <= latest || late > hourSeconds / 2, "in a file that went long before");
+    }
+  }
+  report.Count("lines in the log", read);
+  if (read != lines * processes * threads) throw std::runtime_error("lines are lost");
   if (fs::exists(HostFile(fallback))) throw std::runtime_error("the log has moved to the fallback");
 }
 
@@ -163,18 +154,18 @@ Tally TryLog(const Options& options) {
   void* shared = mmap(nullptr, sizeof(Count), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
   if (shared == MAP_FAILED) throw std::runtime_error("no memory that processes share");
   auto& writing = *new (shared) Count(processes);
-  const Tally written = RunCrew(processes + 1, [&](std::size_t job, Report& report) {
-    if (job == processes) return TakeAway(report, writing, options);
-    report.Try("writer " + std::to_string(job), [&] { WriteAll(job, options); });
-    --writing;
+  Tally tally = RunCrew(options.folder, processes + 1, [&](std::size_t job, Report& report) {
+    if (job < processes) {
+      report.Try("writer " + std::to_string(job), [&] { WriteAll(job, options); });
+      --writing;
+    } else {
+      report.Trial("the log's file is taken away");
+      TakeAway(report, writing, options);
+      report.Try("the lines of the log", [&] { ReadAll(report, options); });
+    }
   });
   munmap(shared, sizeof(Count));
-  return RunCrew(
-      1,
-      [&](std::size_t, Report& report) {
-        report.Try("the lines of the log", [&] { ReadAll(report, options); });
-      },
-      written);
+  return tally;
 }
 
 }  // namespace trials

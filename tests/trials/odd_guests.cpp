@@ -1,204 +1,221 @@
-// The roads through an odd guest, and what is asked on them.
+// How an odd guest is made, met by a command, undone, and what is asked before and after.
 #include "trials/odd_guests.h"
+
+#include <platform/control.h>
 
 #include <algorithm>
 #include <stdexcept>
 
+#include "common/handles.h"
+#include "host/judge.h"
 #include "host/verify.h"
 
 namespace trials {
 namespace {
 
-constexpr const char* roadNames[] = {"nothing shared, on", "shared, on with changes", "shared, off"};
+namespace fs = std::filesystem;
 
-// Applications with two letters for a name each, so that a thousand of them fit in one reply, and with types
-// and a scheme of their own: "doc2s", "own2s" and "x-2s".
-host::Catalogue Many(std::size_t count, const host::Icon& icon) {
-  constexpr std::string_view digits = "0123456789abcdefghijklmnopqrstuvwxyz";
+constexpr const char* commandNames[] = {"first \"on\"", "changed \"on\"", "\"off\""};
+
+// Applications with types and a scheme of their own: "doc42", "own42" and "x-42".
+host::Catalogue NinetyNine(const host::Icon& icon) {
   host::Catalogue many;
-  for (std::size_t i = 0; i < count; ++i) {
-    const std::string name{digits[i / 36], digits[i % 36]};
+  for (int i = 1; i < 100; ++i) {
+    const std::string name = std::to_string(i);
     many.Add({name, name, {"doc" + name, "shared"}, {"own" + name}, false, {"x-" + name}, {icon}});
   }
   return many;
 }
 
-bool Names(const std::string& line, const std::string& application) {
-  return std::ranges::any_of(Lines{"\\", " ", "Tsrn.Url."}, [&](const std::string& before) {
-    return line.find(before + application + " (Mac)") != std::string::npos;
-  });
+host::Catalogue WithOneIcon(const host::Catalogue& catalogue) {
+  host::Catalogue some;
+  for (host::Application app : catalogue.applications()) {
+    app.icons.resize(1);
+    some.Add(std::move(app));
+  }
+  return some;
 }
 
-// Drops the lines in which one of the parts stands; a line ends with a newline.
-void Forgive(Lines& lines, const Lines& parts) {
+void SetWritable(const Lines& paths, bool writable) {
+  for (const std::string& path : paths) {
+    // The owner's write bit is what the layer goes by.
+    if (fs::exists(HostFile(path)))
+      fs::permissions(HostFile(path), fs::perms::owner_write,
+                      writable ? fs::perm_options::add : fs::perm_options::remove);
+  }
+}
+
+// The lines in which none of the parts stands; a line ends with a newline.
+Lines Without(Lines lines, const Lines& parts) {
   std::erase_if(lines, [&](const std::string& line) {
     return std::ranges::any_of(
         parts, [&](const auto& part) { return (line + "\n").find(part) != std::string::npos; });
   });
+  return lines;
 }
 
-// One road through one odd guest.
-class Walk {
+// One command that meets one oddity.
+class OddGuest {
  public:
-  Walk(Setting& setting, const Oddity& oddity, Road road)
+  OddGuest(Setting& setting, const Oddity& oddity, Command command)
       : setting_(setting),
         guest_(setting.guest),
         oddity_(oddity),
-        road_(road),
-        shared_(oddity.shared           ? *oddity.shared
-                : road == Road::Changed ? setting.changed
-                                        : setting.usual) {}
+        command_(command),
+        shared_(oddity.shared                   ? *oddity.shared
+                : command == Command::ChangedOn ? setting.changed
+                                                : setting.usual) {}
+  ~OddGuest() {
+    guest_.module().Stop();
+    SetWritable(oddity_.readOnly, true);
+  }
+  OddGuest(const OddGuest&) = delete;
+  OddGuest& operator=(const OddGuest&) = delete;
 
-  void Go() {
-    RestoreGuestState(road_ == Road::Empty ? setting_.empty : setting_.furnished);
-    const host::Snapshot start = host::TakeSnapshot();
+  void Try() {
+    RestoreGuestState(command_ == Command::FirstOn ? setting_.empty : setting_.furnished);
+    const host::Entries files = host::TakeSnapshot().files;
     guest_.Serve([this](const host::Question& question, std::span<const std::byte> envelope) {
-      return oddity_.misfit ? AnswerWith(*oddity_.misfit, question, envelope)
-                            : host::AnswerCommand(shared_, envelope);
+      return Answer(question, envelope);
     });
-    oddity_.make();
+    Make();
     host::GuestModel model(host::TakeSnapshot(), setting_.around);
     guest_.StartUp();
-    const std::uint64_t before = guest_.asked(103);
-    guest_.CarryOut(host::SharingCommand(road_ != Road::Off));
-    const std::uint64_t icons = guest_.asked(103) - before;
-    road_ == Road::Off ? model.Off() : model.On(shared_);
+    guest_.CarryOut(host::SharingCommand(isOn()));
+    isOn() ? model.On(shared_) : model.Off();
     guest_.CarryOut(host::AnnounceCommand());
-    Lines differences = model.Compare(host::TakeSnapshot());
-    if (oddity_.misfit) Forgive(differences, oddity_.untilOff);
-    if (oddity_.foreseen) RequireNone("while odd", differences);
-    oddity_.lift();
-    const host::Snapshot outcome = host::TakeSnapshot();
-    if (oddity_.misfit) CheckFiles(outcome.files);
-    // Where no file can have its name, or its request fails before it comes here, nobody asks about it.
-    if (oddity_.misfit && oddity_.misfit->name == "Misfit" && oddity_.misfit->failing == Kind::List &&
-        icons != shared_.applications().size() + 1) {
-      throw std::runtime_error("the misfit was never asked for");
-    }
-    if (oddity_.fate != Fate::Any) CheckFates(start, outcome);
+    if (oddity_.isForeseen)
+      RequireNone("while odd", Without(model.Compare(host::TakeSnapshot()), oddity_.untilOff));
+    Lift();
+    if (oddity_.applications != Oddity::Applications::Any) CheckApplications(files);
     CheckOnAndOff();
     guest_.StopCleanly();
   }
 
  private:
-  host::Reply AnswerWith(const Misfit& misfit, const host::Question& question,
-                         std::span<const std::byte> envelope) {
-    const auto kind = static_cast<Kind>(question.code);
-    const auto& apps = shared_.applications();
-    const host::Application& before = apps[apps.size() / 2];  // which is asked for right before
-    if (kind == Kind::List) {
-      host::Items items;
-      for (const host::Application& app : apps) {
-        items.Text(host::textItem, app.bundleId).Text(host::textItem, app.name);
-        if (&app == &before) items.Text(host::textItem, misfit.id).Text(host::textItem, misfit.name);
-      }
-      return {.bytes = host::Envelope(question.code, items.bytes())};
+  bool isOn() const { return command_ != Command::Off; }
+
+  void Make() {
+    if (oddity_.place) {
+      const fs::path path = HostFile(oddity_.place->path);
+      fs::remove_all(Aside());
+      if (fs::exists(path)) fs::rename(path, Aside());
+      if (oddity_.place->holds == Oddity::Place::File) PutFile(oddity_.place->path, oddity_.place->bytes);
+      if (oddity_.place->holds == Oddity::Place::Folder) fs::create_directories(path);
     }
-    const bool isMisfit = question.valid && question.argument == misfit.id && question.code != 100;
-    const Kind next = kind == Kind::Details && question.argument == before.bundleId ? Kind::Icons
-                      : isMisfit && kind == Kind::Icons                             ? Kind::Details
-                                                                                    : Kind::List;
-    if (next != Kind::List && next == misfit.failing)
-      guest_.gate().FailNext({.request = host::sendCommand, .systemError = ERROR_GEN_FAILURE});
+    for (const std::string& path : oddity_.readOnly) {
+      if (!fs::exists(HostFile(path))) fs::create_directories(HostFile(path));
+    }
+    SetWritable(oddity_.readOnly, false);
+    for (const std::string& path : oddity_.running) {
+      running_.emplace_back(CreateFileW(host::Widen(path).c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
+                                        OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+      if (!running_.back()) throw std::runtime_error("not there to run: " + path);
+    }
+    if (!oddity_.denied.empty()) platform::DenyKey("HKEY_CURRENT_USER" + oddity_.denied.substr(4), true);
+    oddity_.make();
+  }
+
+  void Lift() {
+    running_.clear();
+    SetWritable(oddity_.readOnly, true);
+    if (!oddity_.denied.empty()) platform::DenyKey("HKEY_CURRENT_USER" + oddity_.denied.substr(4), false);
+    if (oddity_.place && oddity_.place->isPutBack) {
+      fs::remove_all(HostFile(oddity_.place->path));
+      if (fs::exists(Aside())) fs::rename(Aside(), HostFile(oddity_.place->path));
+    }
+    oddity_.lift();
+  }
+
+  static fs::path Aside() { return platform::GuestRoot().string() + ".aside"; }
+
+  host::Reply Answer(const host::Question& question, std::span<const std::byte> envelope) const {
+    if (oddity_.misfit && question.code == 102) return {.bytes = ListWith(*oddity_.misfit)};
+    const bool isMisfit = oddity_.misfit && question.code > 102 && question.argument == oddity_.misfit->id;
     if (!isMisfit) return host::AnswerCommand(shared_, envelope);
-    return kind == Kind::Icons ? misfit.icons : misfit.details;
+    return question.code == 103 ? oddity_.misfit->icons : oddity_.misfit->details;
   }
 
-  // The others' are to the byte what they are without the misfit.
-  void CheckFiles(const host::Entries& files) const {
-    for (const Difference& difference : Differences(setting_.filesOfHundred, files)) {
-      if (difference.how != Difference::How::New) RequireNone("beside the misfit", {difference.Text()});
+  host::Bytes ListWith(const Misfit& misfit) const {
+    const auto& apps = shared_.applications();
+    host::Items items;
+    for (const host::Application& app : apps) {
+      items.Text(host::textItem, app.bundleId).Text(host::textItem, app.name);
+      if (&app == &apps[apps.size() / 2])
+        items.Text(host::textItem, misfit.id).Text(host::textItem, misfit.name);
     }
+    return host::Envelope(102, items.bytes());
   }
 
-  void CheckFates(const host::Snapshot& start, const host::Snapshot& guest) const {
-    host::GuestModel full(setting_.before, setting_.around);
-    full.On(shared_);
+  // What the judge holds against the guest, as far as it `counts`.
+  Lines Judged(bool isOn, const std::function<bool(const host::Finding&)>& counts) const {
     Lines wrong;
-    for (const host::Application& app : shared_.applications()) {
-      const std::string launcher = LauncherOf(app.name);
-      if (oddity_.touched.contains(app.name)) continue;
-      if (road_ != Road::Off && oddity_.fate == Fate::NoneNew && !start.launchers.contains(launcher)) {
-        if (guest.launchers.contains(launcher)) wrong.push_back("not missing: " + app.name);
-        continue;
-      }
-      const host::Snapshot own = setting_.EntriesOf(app);
-      for (const auto& [path, data] : own.registry) {
-        const auto found = guest.registry.find(path);
-        const bool isThere = found != guest.registry.end();
-        if (road_ == Road::Off) {
-          const bool mayStay = !Names(path, app.name) || path.find("\\OpenWithList") != std::string::npos;
-          if (isThere && !mayStay) wrong.push_back("not withdrawn: " + path);
-        } else if (!isThere || (found->second != data && full.expected().registry.at(path) == data)) {
-          wrong.push_back("not right: " + path);
-        }
-      }
-      for (const auto& [path, data] : own.files) {
-        if (road_ != Road::Off && !guest.files.contains(path)) wrong.push_back("missing: " + path);
-      }
+    for (const host::Finding& each : host::Judge(host::TakeSnapshot(), shared_, isOn)) {
+      if (each.kind != host::Finding::Kind::Kept && counts(each))
+        wrong.push_back(each.application + ": " + each.text + ", " + each.path);
     }
-    RequireNone("while odd", wrong);
+    return wrong;
+  }
+
+  void CheckApplications(const host::Entries& filesBefore) const {
+    const auto isBuilt = [&](const std::string& name) {
+      return filesBefore.contains(LauncherOf(name)) || !isOn() ||
+             oddity_.applications == Oddity::Applications::Right;
+    };
+    Lines wrong = Judged(isOn(), [&](const host::Finding& each) {
+      // "Off" may fail at a file and leave those after it.
+      const bool isLeftFile = !isOn() && each.path.starts_with("C:");
+      return shared_.Find(each.application) && isBuilt(each.application) && !isLeftFile &&
+             !oddity_.touched.contains(each.application);
+    });
+    const host::Snapshot guest = host::TakeSnapshot();
+    for (const host::Application& app : shared_.applications()) {
+      if (!isBuilt(app.name) && guest.files.contains(LauncherOf(app.name)))
+        wrong.push_back("built: " + app.name);
+    }
+    RequireNone("while odd", Without(wrong, oddity_.untilOff));
   }
 
   // The guest is odd no longer: "on" makes it what it must be, whatever came before, and "off" takes it back.
   void CheckOnAndOff() {
     guest_.Share(shared_);
-    host::GuestModel model(host::TakeSnapshot(), setting_.around), clean(setting_.before, setting_.around);
-    if (road_ != Road::Empty) clean.On(setting_.usual);
-    if (road_ == Road::Off) clean.Off();
-    clean.On(shared_);
-    const bool orphans = std::ranges::find(oddity_.orphans, road_) != oddity_.orphans.end();
-    for (int pass = 0; pass < (orphans ? 2 : 1); ++pass) {
-      guest_.CarryOut(host::SharingCommand(true));
-      model.On(shared_);
-    }
-    host::Snapshot now = host::TakeSnapshot();
-    RequireNone("on again", model.Compare(now));
-    Lines differences = clean.Compare(now);
-    // The documented residue, and what could not be removed of an application that the list no longer has:
-    // only "off" looks for that.
-    std::erase_if(differences, [&](const std::string& line) {
-      return line.starts_with("unexpected: ") &&
-             (line.find(host::classesKey + "\\.") != std::string::npos || NamesGone(line));
-    });
-    for (const host::Application& app : shared_.applications()) {
-      if (orphans && app.documentTypes.empty()) Forgive(differences, {app.name + " (Mac)"});
-    }
-    Forgive(differences, oddity_.untilOff);
-    Forgive(differences, oddity_.forGood);
-    RequireNone("on again, against a guest that was never odd", differences);
+    host::GuestModel model(host::TakeSnapshot(), setting_.around);
+    guest_.CarryOut(host::SharingCommand(true));
+    model.On(shared_);
+    RequireNone("on again", model.Compare(host::TakeSnapshot()));
+    // Of an application that the list no longer has, only "off" looks for what could not be removed.
+    const auto isListed = [&](const host::Finding& each) {
+      return shared_.Find(each.application) || !setting_.usual.Find(each.application);
+    };
+    if (std::ranges::find(oddity_.orphans, command_) == oddity_.orphans.end())
+      RequireNone("on again, to the judge",
+                  Without(Without(Judged(true, isListed), oddity_.untilOff), oddity_.forGood));
 
     guest_.CarryOut(host::SharingCommand(false));
     model.Off();
-    now = host::TakeSnapshot();
+    const host::Snapshot now = host::TakeSnapshot();
     RequireNone("off again", model.Compare(now));
-    differences = host::BeyondResidue(setting_.before, now);
-    Forgive(differences, oddity_.forGood);
-    RequireNone("off again, beyond the residue", differences);
-    if (Elsewhere() != setting_.elsewhere) throw std::runtime_error("off again, elsewhere in the guest");
-  }
-
-  bool NamesGone(const std::string& line) const {
-    return std::ranges::any_of(setting_.usual.applications(), [&](const host::Application& app) {
-      return !shared_.Find(app.name) && Names(line, app.name);
-    });
+    RequireNone("off again, beyond the residue",
+                Without(host::BeyondResidue(setting_.before, now), oddity_.forGood));
+    RequireNone("off again, elsewhere",
+                Without(host::Differences(setting_.elsewhere, Elsewhere()), oddity_.forGood));
   }
 
   Setting& setting_;
   Guest& guest_;
   const Oddity& oddity_;
-  const Road road_;
+  const Command command_;
   const host::Catalogue& shared_;  // while the guest is odd, and after it
+  std::vector<UniqueFile> running_;
 };
 
 }  // namespace
 
 Setting::Setting(const Options& options, const std::filesystem::path& driveC)
     : guest(driveC),
-      usual(FirstOf(options.catalogue, options.catalogue.applications().size())),
+      usual(WithOneIcon(options.catalogue)),
       changed(ChangedCatalogue(usual)),
-      hundred(Many(99, usual.applications().at(0).icons.at(0))),
-      thousand(Many(1000, usual.applications().at(0).icons.at(0))) {
+      hundred(NinetyNine(usual.applications().at(0).icons.at(0))) {
   // The tools' own folder is there before the module makes the launchers' in it.
   PutFile(host::LauncherFolder() + "\\..\\tools.ini", "");
   around = host::LookAround();
@@ -206,46 +223,23 @@ Setting::Setting(const Options& options, const std::filesystem::path& driveC)
   elsewhere = Elsewhere();
   empty = SaveGuestState();
   guest.StartUp();
-  guest.On(hundred);
-  filesOfHundred = host::TakeSnapshot().files;
-  RestoreGuestState(empty);
   guest.On(usual);
   furnished = SaveGuestState();
   guest.StopCleanly();
 }
 
-host::Snapshot Setting::EntriesOf(const host::Application& app) const {
-  host::GuestModel model(before, around);
-  host::Catalogue alone;
-  alone.Add(app);
-  model.On(alone);
-  host::Snapshot own;
-  for (const auto part : {&host::Snapshot::files, &host::Snapshot::registry}) {
-    for (const Difference& difference : Differences(before.*part, model.expected().*part))
-      (own.*part)[difference.path] = (model.expected().*part).at(difference.path);
-  }
-  return own;
-}
-
 Tally TryGuests(const Options& options) {
-  return RunCrew(options.jobs, [&](std::size_t job, Report& report) {
+  return RunCrew(options.folder, options.jobs, [&](std::size_t job, Report& report) {
     report.Trial("the guest before it turns odd");
     Setting setting(options, options.folder / ("guests-" + std::to_string(job)));
     std::size_t number = 0;
     for (const auto& table : {FileOddities, HostOddities, RegistryOddities}) {
       for (const Oddity& oddity : table(setting)) {
-        for (const Road road : oddity.roads) {
+        for (const Command command : oddity.commands) {
           if (!options.IsFor(job, number++)) continue;
-          report.Try(oddity.name + " (" + roadNames[static_cast<int>(road)] + ")", [&] {
-            try {
-              Walk(setting, oddity, road).Go();
-            } catch (...) {
-              oddity.lift();  // the next one finds its guest as it expects it
-              setting.guest.module().Stop();
-              throw;
-            }
-            report.Count(oddity.misfit ? "misfits among a hundred" : "odd guests");
-          });
+          report.Try(oddity.name + " (" + commandNames[static_cast<int>(command)] + ")",
+                     [&] { OddGuest(setting, oddity, command).Try(); });
+          report.Count(oddity.misfit ? "misfits among a hundred" : "odd guests");
         }
       }
     }

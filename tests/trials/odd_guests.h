@@ -1,5 +1,5 @@
-// Odd guests: what is odd about each, which applications must be right all the same while it is, and what
-// must hold once it no longer is.
+// Odd guests: what is odd about each, what its applications must be like meanwhile, and what may be left of
+// it.
 #pragma once
 
 #include <functional>
@@ -14,38 +14,49 @@
 
 namespace trials {
 
-// What a guest is when it turns odd, and the command that follows: nothing is shared and "on" comes; all is
-// shared and "on" comes with the changed catalogue; all is shared and "off" comes.
-enum class Road { Empty, Changed, Off };
-using Roads = std::vector<Road>;
-
-// Of the applications while the guest is odd: each is as if it were not; no launcher can be built, and one
-// that is there is not touched; or whatever.
-enum class Fate { Right, NoneNew, Any };
+// The command that meets the oddity, and the guest before it: "on" with nothing shared yet, "on" with a
+// changed catalogue, "off".
+enum class Command { FirstOn, ChangedOn, Off };
+using Commands = std::vector<Command>;
 
 // An application in the middle of the host's list that is wrong in some way.
 struct Misfit {
   std::string id, name;
   host::Reply icons, details;
-  Kind failing = Kind::List;  // whose control call fails; a list: none
 };
 
+// A row of the tables. All that is odd is undone after the command.
 struct Oddity {
-  using Doing = std::function<void()>;
+  // Of the applications: each is as if nothing were odd; none is built, and those that are there are as if
+  // nothing were odd; or whatever.
+  enum class Applications { Right, NotBuilt, Any };
+  // What a file or folder is replaced by.
+  struct Place {
+    std::string path;
+    enum Holds { Nothing, File, Folder } holds = Nothing;
+    std::string bytes = {};
+    bool isPutBack = true;  // afterwards; otherwise the module has to do that
+  };
 
   std::string name;
-  Doing make = [] {}, lift = [] {};
-  Fate fate = Fate::Any;
-  Roads roads = {Road::Empty, Road::Changed, Road::Off};
-  std::set<std::string> touched = {};       // applications of which becomes whatever
-  bool foreseen = false;                    // the odd command's outcome is what a host::GuestModel says
+  Applications applications = Applications::Any;
+  Commands commands = {Command::FirstOn, Command::ChangedOn, Command::Off};
+  std::set<std::string> touched = {};  // applications of which becomes whatever
+  bool isForeseen = false;             // a host::GuestModel says what the command leads to
+
+  std::optional<Place> place = {};
+  Lines readOnly = {};  // files, and folders, which are made where they are missing
+  Lines running = {};   // programs, whose files nobody may write or delete
+  std::string denied = {};
+  std::function<void()> make = [] {}, lift = [] {};
   const host::Catalogue* shared = nullptr;  // instead of the usual ones
   std::optional<Misfit> misfit = {};        // among a hundred
+
   // What the prescribed behaviour leaves, as parts of the differences' lines, with its reason in the table.
-  // Roads on which launchers outlive their application keys: "on" finds a valid launcher and builds nothing,
-  // fails for want of the key and removes the launcher, and only the next "on" builds it again. An
-  // application without types does not even fail: its key comes back without the open command, until "off".
-  Roads orphans = {};
+  // Commands with which launchers outlive their application keys: the next "on" finds a valid launcher and
+  // builds nothing, fails for want of the key and removes the launcher, which only the one after builds
+  // again.
+  Commands orphans = {};
   Lines untilOff = {};  // stays until "off"; of a misfit: all that it makes
   Lines forGood = {};   // stays after it
 };
@@ -54,15 +65,11 @@ struct Oddity {
 struct Setting {
   Setting(const Options& options, const std::filesystem::path& driveC);
 
-  // The entries that an application alone makes in an empty guest.
-  host::Snapshot EntriesOf(const host::Application& app) const;
-
   Guest guest;
-  host::Catalogue usual, changed, hundred, thousand;
-  GuestState empty, furnished;   // before and after "on" with the usual catalogue
-  host::Snapshot before;         // the empty guest
-  host::Entries filesOfHundred;  // after "on" with the hundred
-  host::Entries elsewhere;
+  host::Catalogue usual, changed, hundred;
+  GuestState empty, furnished;  // before and after "on" with the usual catalogue
+  host::Snapshot before;        // the empty guest
+  host::Snapshot elsewhere;
   host::Surroundings around;
 };
 

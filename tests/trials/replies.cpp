@@ -13,7 +13,7 @@ constexpr const char* tooLong = "item exceeds its bit_box";
 constexpr const char* noNul = "string is not terminated";
 
 // Adds the item's text; false when it has no end.
-bool AddText(const Item& item, Taken::Texts& texts) {
+bool AddText(const host::Item& item, Taken::Texts& texts) {
   const auto end = std::ranges::find(item.value, std::byte{0});
   if (end == item.value.end()) return false;
   texts.push_back(host::Widen({reinterpret_cast<const char*>(item.value.data()),
@@ -21,9 +21,9 @@ bool AddText(const Item& item, Taken::Texts& texts) {
   return true;
 }
 
-std::string TakeList(const std::vector<Item>& items, bool whole, Taken& taken) {
+std::string TakeList(const std::vector<host::Item>& items, bool whole, Taken& taken) {
   std::string raised;
-  for (const Item& item : items) {
+  for (const host::Item& item : items) {
     if (item.type != host::textItem) raised = "type WMA_Command::bbt_utf8string expected";
     if (raised.empty() && !AddText(item, taken.texts)) raised = noNul;
     if (!raised.empty()) break;
@@ -34,11 +34,11 @@ std::string TakeList(const std::vector<Item>& items, bool whole, Taken& taken) {
   return raised;
 }
 
-std::string TakeDetails(const std::vector<Item>& items, bool whole, Taken& taken) {
+std::string TakeDetails(const std::vector<host::Item>& items, bool whole, Taken& taken) {
   const std::map<std::uint32_t, Taken::Texts*> texts = {{host::textItem, &taken.texts},
                                                         {host::defaultTypeItem, &taken.defaults},
                                                         {host::schemeItem, &taken.schemes}};
-  for (const Item& item : items) {
+  for (const host::Item& item : items) {
     if (texts.contains(item.type) && !AddText(item, *texts.at(item.type))) return noNul;
     if (item.type != host::flagItem) continue;
     if (item.value.size() < 4) return tooLong;
@@ -47,14 +47,14 @@ std::string TakeDetails(const std::vector<Item>& items, bool whole, Taken& taken
   return whole ? "" : tooLong;
 }
 
-std::string TakeIcons(const std::vector<Item>& items, bool whole, Taken& taken) {
-  if (std::ranges::any_of(items, [](const Item& item) { return item.type != host::bitmapItem; })) {
+std::string TakeIcons(const std::vector<host::Item>& items, bool whole, Taken& taken) {
+  if (std::ranges::any_of(items, [](const host::Item& item) { return item.type != host::bitmapItem; })) {
     return "type WMA_Command::bbt_bitmap expected";
   }
   if (!whole) return tooLong;
   host::Bytes entries;
   WORD id = 448;
-  for (const Item& item : items) {
+  for (const host::Item& item : items) {
     ++id;
     host::Bytes icon;
     if (!ExpectIcon(item.value, false, icon).empty()) continue;
@@ -75,15 +75,9 @@ std::string TakeIcons(const std::vector<Item>& items, bool whole, Taken& taken) 
 
 }  // namespace
 
-bool SplitItems(std::span<const std::byte> data, std::vector<Item>& items) {
-  while (!data.empty()) {
-    if (data.size() < host::itemHeader) return false;
-    const std::uint64_t end = host::itemHeader + std::uint64_t{host::GetU32(data, 8)};
-    if (end > data.size()) return false;
-    items.push_back({host::GetU32(data, 4), data.first(end).subspan(host::itemHeader)});
-    data = data.subspan(end);
-  }
-  return true;
+bool SplitItems(std::span<const std::byte> data, std::vector<host::Item>& items) {
+  for (host::Item item; host::TakeItem(data, item);) items.push_back(item);
+  return data.empty();
 }
 
 std::string TextOf(std::span<const std::byte> bytes) {
@@ -140,7 +134,7 @@ Taken Expect(Kind kind, const host::Reply& reply, bool fails, host::Bytes reques
   if (size > room) return {.raised = "reply exceeds its buffer"};
   request.resize(host::envelopeHeader + size);
 
-  std::vector<Item> items;
+  std::vector<host::Item> items;
   const bool whole = SplitItems(std::span(request).subspan(host::envelopeHeader), items);
   Taken taken;
   const auto take = kind == Kind::List ? TakeList : kind == Kind::Details ? TakeDetails : TakeIcons;

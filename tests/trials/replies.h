@@ -31,13 +31,8 @@ struct Taken {
   bool operator==(const Taken&) const = default;
 };
 
-struct Item {
-  std::uint32_t type;
-  std::span<const std::byte> value;
-};
-
 // The items of `data` up to its end or to the first that does not fit; true when all fit.
-bool SplitItems(std::span<const std::byte> data, std::vector<Item>& items);
+bool SplitItems(std::span<const std::byte> data, std::vector<host::Item>& items);
 
 std::string TextOf(std::span<const std::byte> bytes);
 

@@ -1,6 +1,9 @@
 // How a scene is noted, entered and played.
 #include "trials/story.h"
 
+#include "host/guest_names.h"
+#include "host/verify.h"
+
 namespace trials {
 
 Story::Story(Guest& guest, const host::Catalogue& catalogue)
@@ -9,31 +12,25 @@ Story::Story(Guest& guest, const host::Catalogue& catalogue)
       changed_(ChangedCatalogue(catalogue)),
       untouched_(host::TakeSnapshot()) {
   for (const host::Application& app : first_.applications()) {
-    if (!changed_.Find(app.name)) gone_.push_back(app.name + " (Mac)");
-    if (app.documentTypes.empty()) typeless_.push_back(app.name + " (Mac)");
+    if (!changed_.Find(app.name)) gone_.push_back(app.name + host::launcherSuffix);
+    if (app.documentTypes.empty()) typeless_.push_back(app.name + host::launcherSuffix);
   }
   using enum Scene::Kind;
-  Add("start", Start, {}, first_);
-  Add("on", Command, host::SharingCommand(true), first_);
-  Add("change", Command, host::SharingCommand(true), changed_);
-  Add("again", Command, host::SharingCommand(true), changed_);
-  Add("off", Command, host::SharingCommand(false), changed_);
-  Add("stop", Stop, {}, changed_);
-}
-
-void Story::Add(const char* name, Scene::Kind kind, host::Bytes command, const host::Catalogue& catalogue) {
-  Scene scene{name, kind, std::move(command), &catalogue, SaveGuestState(), host::TakeSnapshot(), {}, {}};
-  Enter(scene);
-  Play(scene);
-  const GuestState after = SaveGuestState();
-  guest_.On(catalogue);
-  scene.expectedOn = host::TakeSnapshot();
-  guest_.Off();
-  guest_.On(catalogue);
-  scene.expectedAnew = host::TakeSnapshot();
-  guest_.Stop();
-  RestoreGuestState(after);
-  scenes_.push_back(std::move(scene));
+  const host::Bytes on = host::SharingCommand(true), off = host::SharingCommand(false);
+  scenes_ = {{"start", Start, {}, &first_},      {"on", Command, on, &first_},
+             {"change", Command, on, &changed_}, {"again", Command, on, &changed_},
+             {"off", Command, off, &changed_},   {"stop", Stop, {}, &changed_}};
+  for (Scene& scene : scenes_) {
+    scene.before = SaveGuestState();
+    scene.held = host::Differences({}, host::TakeSnapshot());
+    Enter(scene);
+    Play(scene);
+    const GuestState after = SaveGuestState();
+    guest_.On(*scene.catalogue);
+    scene.expected = host::TakeSnapshot();
+    guest_.Stop();
+    RestoreGuestState(after);
+  }
 }
 
 void Story::Enter(const Scene& scene) const {

@@ -15,10 +15,9 @@ struct Scene {
   Kind kind;
   host::Bytes command;               // of Kind::Command
   const host::Catalogue* catalogue;  // what the host shares then, and for the clean "on" after it
-  GuestState before;
-  host::Snapshot held;          // the same guest, as it is looked at
-  host::Snapshot expectedOn;    // after the scene and a clean "on", without faults
-  host::Snapshot expectedAnew;  // after an "off" and an "on" that follow
+  GuestState before = {};
+  Lines held = {};               // all that is there before, as host::Differences from nothing
+  host::Snapshot expected = {};  // after the scene and a clean "on", without faults
 };
 
 class Story {
@@ -39,8 +38,6 @@ class Story {
   bool Play(const Scene& scene) const;
 
  private:
-  void Add(const char* name, Scene::Kind kind, host::Bytes command, const host::Catalogue& catalogue);
-
   Guest& guest_;
   const host::Catalogue first_, changed_;
   const host::Snapshot untouched_;

@@ -24,6 +24,6 @@ struct Options {
 };
 
 using Trials = Tally(const Options& options);
-Trials TryFaults, TryAllocations, TryDeaths, TryMutations, TryCatalogues, TryWalk, TryLog, TryGuests;
+Trials TryFaults, TryAllocations, TryDeaths, TryMutations, TryWalk, TryLog, TryGuests;
 
 }  // namespace trials

@@ -1,11 +1,11 @@
-// A walk at random: starts, stops at every moment, and commands that come one by one, many at once, or while
-// nobody listens. The device keeps a command until it is taken, and one that was taken runs to its end, so
-// the guest that is at rest at last is what all commands in their order make of it.
-#include <platform/control.h>
-
+// Random walks: in a guest that is full of other programs' entries, starts, stops at every moment, and
+// commands that come one by one, many at once, or while nobody listens, each "on" with a catalogue of its
+// own. The device keeps a command until it is taken, and one that was taken runs to its end, so the guest
+// that is at rest at last is what all commands in their order make of it.
 #include <chrono>
 #include <deque>
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <thread>
 
@@ -17,38 +17,39 @@
 namespace trials {
 namespace {
 
-constexpr std::size_t allSteps = 60'000;
-constexpr std::size_t mostAtOnce = 60;  // commands
+constexpr std::size_t walks = 1000, steps = 60, mostAtOnce = 30;  // commands
 
 class Walk {
  public:
-  Walk(const Options& options, std::size_t job, Report& report)
-      : report_(report),
-        dice_(options.seed, job),
-        shared_{FirstOf(options.catalogue, 3), ChangedCatalogue(FirstOf(options.catalogue, 3))},
-        guest_(options.folder / ("walk-" + std::to_string(job))),
-        before_(host::TakeSnapshot()),
-        model_(before_, host::LookAround()) {
+  Walk(const Options& options, std::size_t number, const std::filesystem::path& driveC, Report& report)
+      : report_(report), dice_(options.seed, number), guest_(driveC) {
+    for (const host::Application& app : options.catalogue.applications()) {
+      std::ranges::copy_if(app.icons, std::back_inserter(icons_),
+                           [](const host::Icon& icon) { return icon.size <= 32 && icon.accepted; });
+    }
+    AddForeignEntries(dice_);
+    before_ = host::TakeSnapshot();
+    elsewhere_ = Elsewhere();
+    model_.emplace(before_, host::LookAround());
     guest_.Serve([this](const host::Question& question, std::span<const std::byte> envelope) {
       return Answer(question, envelope);
     });
   }
 
-  void Step() {
-    static constexpr void (Walk::*steps[])() = {&Walk::Start,       &Walk::Start,        &Walk::Stop,
-                                                &Walk::StopInside,  &Walk::StopInside,   &Walk::Notify,
-                                                &Walk::StartInVain, &Walk::SendAtRandom, &Walk::SendAtRandom,
-                                                &Walk::SendMany,    &Walk::Rest};
-    (this->*dice_.Of(steps))();
-    if (dice_.Chance(50)) std::this_thread::sleep_for(std::chrono::microseconds(dice_.Below(400)));
-  }
-
-  // Nothing may be left in the guest.
-  void End() {
+  void Go() {
+    static constexpr void (Walk::*all[])() = {&Walk::Start,        &Walk::Start,      &Walk::Stop,
+                                              &Walk::StopInside,   &Walk::StopInside, &Walk::SendAtRandom,
+                                              &Walk::SendAtRandom, &Walk::SendMany,   &Walk::Rest};
+    for (std::size_t step = 0; step < steps; ++step) {
+      (this->*dice_.Of(all))();
+      if (dice_.Chance(50)) std::this_thread::sleep_for(std::chrono::microseconds(dice_.Below(400)));
+    }
+    // Nothing may be left in the guest.
     SendOff();
     Rest();
     Stop();
-    RequireNone("after \"off\"", host::BeyondResidue(before_, host::TakeSnapshot()));
+    RequireNone("after \"off\", beyond the residue", host::BeyondResidue(before_, host::TakeSnapshot()));
+    RequireNone("after \"off\", elsewhere", host::Differences(elsewhere_, Elsewhere()));
   }
 
  private:
@@ -66,7 +67,7 @@ class Walk {
       listed_ = waiting_.front();
       waiting_.pop_front();
     }
-    return host::AnswerCommand(*listed_, envelope);
+    return host::AnswerCommand(listed_, envelope);
   }
 
   void Send(const host::Bytes& command) {
@@ -75,19 +76,19 @@ class Walk {
   }
 
   void SendOn() {
-    const host::Catalogue& catalogue = dice_.Of(shared_);
-    for (const host::Application& app : catalogue.applications())
-      built_ += model_.expected().launchers.contains(LauncherOf(app.name)) ? 0 : 1;
-    model_.On(catalogue);
+    if (dice_.Chance(50)) catalogue_ = RandomCatalogue(dice_, icons_);
+    model_->On(catalogue_);
     ++ons_;
-    mutex_.lock();
-    waiting_.push_back(&catalogue);
-    mutex_.unlock();
+    {
+      const std::lock_guard lock(mutex_);
+      waiting_.push_back(catalogue_);
+    }
     Send(host::SharingCommand(true));
+    report_.Count("applications shared", catalogue_.applications().size());
   }
 
   void SendOff() {
-    model_.Off();
+    model_->Off();
     Send(host::SharingCommand(false));
   }
 
@@ -131,23 +132,6 @@ class Walk {
     holdAt_ = 0;
   }
 
-  // Each finds its work done the second time.
-  void Notify() {
-    announcements_ += runs_ ? 0 : 1;
-    runs_ = true;
-    for (const std::uint32_t code : {5u, 5u, 7u, 6u, 6u, 0u}) guest_.module().Notify(code);
-    Stop();
-  }
-
-  void StartInVain() {
-    if (runs_) return;
-    guest_.gate().SetPresent(false);
-    const bool started = guest_.Start();
-    guest_.gate().SetPresent(true);
-    if (started) throw std::runtime_error("the module starts without its device");
-    report_.Count("starts without a device");
-  }
-
   void Rest() {
     if (!runs_) {
       guest_.StartUp();
@@ -155,42 +139,42 @@ class Walk {
     }
     guest_.AwaitRest();
     if (guest_.asked(102) != ons_) throw std::runtime_error("not every \"on\" asked for one list");
-    // A launcher is built once, whatever is repeated.
-    if (guest_.asked(103) != built_) throw std::runtime_error("icons were asked for more often than built");
     // The guest announces itself when it has nothing to do: once for the start, and at most once a request.
     if (guest_.asked(100) > announcements_) throw std::runtime_error("too many announcements");
-    RequireNone("at rest", model_.Compare(host::TakeSnapshot()));
+    RequireNone("at rest", model_->Compare(host::TakeSnapshot()));
     report_.Count("looks at the guest at rest");
   }
 
   Report& report_;
   Dice dice_;
-  const host::Catalogue shared_[2];
+  std::vector<host::Icon> icons_;  // small ones: their pictures do not matter here
   Guest guest_;
-  const host::Snapshot before_;
-  host::GuestModel model_;
+  host::Snapshot before_;
+  host::Snapshot elsewhere_;
+  std::optional<host::GuestModel> model_;
+  host::Catalogue catalogue_;
   bool runs_ = false;
-  std::uint64_t ons_ = 0, built_ = 0, announcements_ = 0;  // that the guest may make
+  std::uint64_t ons_ = 0, announcements_ = 0;  // that the guest may make
 
   std::atomic<std::size_t> holdAt_ = 0;  // questions until one is held
   std::atomic<bool> held_ = false;
   std::chrono::microseconds pause_{};
-  std::mutex mutex_;
-  std::deque<const host::Catalogue*> waiting_;
-  const host::Catalogue* listed_ = &shared_[0];
+  std::mutex mutex_;  // guards what follows: the module's thread uses it too
+  std::deque<host::Catalogue> waiting_;
+  host::Catalogue listed_;
 };
 
 }  // namespace
 
 Tally TryWalk(const Options& options) {
-  return RunCrew(options.jobs, [&](std::size_t job, Report& report) {
-    Walk walk(options, job, report);
-    for (std::size_t step = job; step < allSteps / options.every; step += options.jobs) {
-      report.Trial("seed " + std::to_string(options.seed) + ", job " + std::to_string(job) + ", step " +
-                   std::to_string(step));
-      walk.Step();
+  return RunCrew(options.folder, options.jobs, [&](std::size_t job, Report& report) {
+    const std::filesystem::path driveC = options.folder / ("walk-" + std::to_string(job));
+    for (std::size_t number = 0; number < walks; ++number) {
+      if (!options.IsFor(job, number)) continue;
+      report.Try("seed " + std::to_string(options.seed) + ", walk " + std::to_string(number),
+                 [&] { Walk(options, number, driveC, report).Go(); });
+      report.Count("walks");
     }
-    walk.End();
   });
 }
 

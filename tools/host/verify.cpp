@@ -257,6 +257,13 @@ void GuestModel::Off() {
   state_.launchers.clear();
 }
 
+std::vector<std::string> Differences(const Snapshot& expected, const Snapshot& found) {
+  std::vector<std::string> differences;
+  CompareEntries(expected.files, found.files, true, differences);
+  CompareEntries(expected.registry, found.registry, true, differences);
+  return differences;
+}
+
 std::vector<std::string> Unmirrored(const Catalogue& catalogue, const Snapshot& guest) {
   std::vector<std::string> names;
   for (const Application& app : catalogue.applications()) {

@@ -42,6 +42,9 @@ class GuestModel {
   Surroundings around_;
 };
 
+// One line per file or entry that is missing, wrong or unexpected, the files first.
+std::vector<std::string> Differences(const Snapshot& expected, const Snapshot& found);
+
 // The applications of the catalogue that have no launcher.
 std::vector<std::string> Unmirrored(const Catalogue& catalogue, const Snapshot& guest);
 

@@ -22,17 +22,8 @@ class Seeds {
   void Write(const std::string& target, Bytes input, std::span<const std::byte> rest) {
     input.insert(input.end(), rest.begin(), rest.end());
     std::filesystem::create_directories(folder_ / target);
-    if (!(std::ofstream(folder_ / target / std::to_string(++count_), std::ios::binary)
-          << trials::TextOf(input) << std::flush)) {
-      throw std::runtime_error("a seed cannot be written");
-    }
-  }
-
-  void WriteReply(const std::string& target, Kind kind, const host::Catalogue& catalogue,
-                  const std::string& argument) {
-    const Bytes reply = trials::RealReply(kind, catalogue, argument);
-    Write(target, {std::byte{0}}, reply);
-    Write("bit_box", {}, std::span(reply).subspan(host::envelopeHeader));
+    std::ofstream file(folder_ / target / std::to_string(++count_), std::ios::binary);
+    if (!(file << trials::TextOf(input) << std::flush)) throw std::runtime_error("a seed cannot be written");
   }
 
   void WriteApplication(host::Application app) {
@@ -44,26 +35,9 @@ class Seeds {
     }
     host::Catalogue alone;
     alone.Add(app);
-    WriteReply("list", Kind::List, alone, "*");
-    WriteReply("icons", Kind::Icons, alone, app.bundleId);
-    WriteReply("details", Kind::Details, alone, app.bundleId);
-    WriteReply("details", Kind::Details, alone, "unknown");
-  }
-
-  void WriteCommands() {
-    Bytes all;
-    for (const Bytes& envelope :
-         {host::SharingCommand(true), host::AnnounceCommand(), host::SharingCommand(false)}) {
-      all.push_back(std::byte{1});
-      host::PutU16(all, static_cast<std::uint32_t>(envelope.size()));
-      all.insert(all.end(), envelope.begin(), envelope.end());
-      Write("commands", {}, all);
-    }
-    for (const std::uint32_t error : {0u, 1u, 2u, 3u}) {
-      Bytes failing{std::byte{0}, static_cast<std::byte>(error)};
-      host::PutU32(failing, error);
-      Write("commands", failing, all);
-    }
+    for (const auto& [target, kind] :
+         {std::pair{"list", Kind::List}, {"icons", Kind::Icons}, {"details", Kind::Details}})
+      Write(target, {std::byte{0}}, trials::RealReply(kind, alone, kind == Kind::List ? "*" : app.bundleId));
   }
 
  private:
@@ -78,9 +52,7 @@ int main(int argc, char** argv) {
     if (argc != 3) throw std::runtime_error("usage: velomira-seeds <catalogue> <folder>");
     Seeds seeds(host::PathOf(argv[2]));
     const auto catalogue = host::Catalogue::Load(host::PathOf(argv[1]));
-    seeds.WriteReply("list", Kind::List, catalogue, "*");
     for (const host::Application& app : catalogue.applications()) seeds.WriteApplication(app);
-    seeds.WriteCommands();
     for (std::size_t layout = 0; layout < 8; ++layout) {
       const Bytes image = stub::MakeTemplateStub({(layout & 1) != 0, (layout & 2) != 0, (layout & 4) != 0});
       seeds.Write("images", {static_cast<std::byte>(layout), std::byte{2}}, image);
