@@ -101,7 +101,7 @@ class ModuleProcesses : public GateTest {
 };
 
 TEST_F(ModuleProcesses, TwoModulesShareTheCommandsAndAreCleanedUpApart) {
-  const auto module = host::LoadModule(host::DefaultModule());
+  const auto module = std::make_unique<host::Module>(host::DefaultModule());
   EXPECT_EQ(module->Start(), 0);
   if (IsChild()) AwaitEnd();
   ExpectAnnouncement();

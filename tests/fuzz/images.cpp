@@ -8,7 +8,7 @@
 #include "common/handles.h"
 #include "fuzz/fuzzing.h"
 #include "host/guest_view.h"
-#include "host/resources.h"
+#include "host/launcher_view.h"
 #include "trials/exchanges.h"
 
 namespace {

@@ -1,6 +1,6 @@
 // The gate of this build, seen from both ends: what the host asks for is what a guest's requests meet. What
 // the module's own requests meet is shown by its channel's tests.
-#include "host/gate.h"
+#include "host/driver/gate.h"
 
 #include "channel/dtool.h"
 #include "channel/tg_requests.h"

@@ -9,7 +9,7 @@
 #include <mutex>
 
 #include "host/catalogue.h"
-#include "host/gate.h"
+#include "host/driver/gate.h"
 #include "host/prepare.h"
 #include "host/replies.h"
 #include "host/wire.h"

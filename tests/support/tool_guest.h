@@ -17,7 +17,7 @@ class ToolGuest : public GateTest {
   void SetUp() override {
     GateTest::SetUp();
     host::PrepareGuest();
-    module = host::LoadModule(host::DefaultModule());
+    module = std::make_unique<host::Module>(host::DefaultModule());
   }
   void TearDown() override {
     if (module) module->Stop();

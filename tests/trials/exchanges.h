@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <memory>
 
-#include "host/gate.h"
+#include "host/driver/gate.h"
 #include "trials/replies.h"
 
 namespace trials {

@@ -98,7 +98,7 @@ Guest::Guest(const fs::path& driveC) {
   gate_ = host::CreateGate();
   static const host::Catalogue nothing;
   Share(nothing);
-  module_ = host::LoadModule(host::DefaultModule());
+  module_ = std::make_unique<host::Module>(host::DefaultModule());
   // What the module keeps until the process ends, the log's file, is to have its owner until then.
   if (!dlopen(host::DefaultModule().c_str(), RTLD_NOW | RTLD_NODELETE)) throw std::runtime_error(dlerror());
 }

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "host/gate.h"
+#include "host/driver/gate.h"
 #include "host/guest_view.h"
 #include "host/replies.h"
 #include "host/system.h"

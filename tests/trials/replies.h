@@ -7,8 +7,8 @@
 #include <string>
 
 #include "host/catalogue.h"
-#include "host/gate.h"
-#include "host/resources.h"
+#include "host/driver/gate.h"
+#include "host/launcher_view.h"
 
 namespace trials {
 

@@ -2,6 +2,7 @@
 // into memory. Every failure is a std::runtime_error that names the file (or the application) and the reason.
 #pragma once
 
+#include <algorithm>
 #include <filesystem>
 #include <functional>
 #include <string>
@@ -29,6 +30,11 @@ struct Application {
   std::vector<std::string> urlSchemes;  // without the colon
   std::vector<Icon> icons;
 };
+
+// A launcher needs at least one icon that the guest takes.
+inline bool CanBeBuilt(const Application& app) {
+  return std::ranges::any_of(app.icons, &Icon::accepted);
+}
 
 // Reads a PNG of at most 256 by 256 pixels.
 Icon ReadIcon(const std::filesystem::path& folder, const std::string& file);

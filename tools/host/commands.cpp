@@ -45,7 +45,7 @@ struct PlayOptions : GuestOptions {
 // Opens the guest and plays; whatever ends that, the guest is saved. What can be checked before the guest is
 // touched is: the catalogue, which is loaded by then, and the module.
 int Play(const PlayOptions& options, const std::function<int()>& play) {
-  LoadModule(options.Session().module);
+  Module(options.Session().module);  // can it be loaded?
   OpenGuest(PathOf(options.guest), GuestUse::Play);
   PrepareGuest();
   Interrupted();

@@ -5,7 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "host/guest_view.h"
-#include "host/launcher_view.h"
+#include "host/wire.h"
 
 namespace host {
 namespace {
@@ -28,7 +28,7 @@ std::string RegData(DWORD type, std::span<const std::byte> data) {
     return digits;
   }
   if (type == REG_SZ && data.size() % 2 == 0) {
-    const std::string text = WideTextAt(data, 0);
+    const std::string text = Utf16Text(data);
     const bool whole = (Widen(text).size() + 1) * 2 == data.size();
     if (whole && text.find_first_of("\r\n") == std::string::npos) return Quoted(text);
   }

@@ -84,24 +84,23 @@ bool ClassesAreMerged() {
 
 // A key's values and subkeys follow it in the order of the entries.
 void DeleteTree(Entries& registry, const std::string& key) {
-  const auto isOfTree = [&](const std::string& path) {
-    return path.size() >= key.size() && EqualNoCase(path.substr(0, key.size()), key) &&
-           (path.size() == key.size() || path[key.size()] == '\\' || path[key.size()] == valueMark);
-  };
-  const auto first = registry.lower_bound(key);
-  auto last = first;
-  while (last != registry.end() && isOfTree(last->first)) ++last;
-  registry.erase(first, last);
+  auto last = registry.lower_bound(key);
+  while (last != registry.end() && (EqualNoCase(last->first, key) || IsBelow(last->first, key))) ++last;
+  registry.erase(registry.lower_bound(key), last);
 }
 
 std::vector<std::string> Subkeys(const Entries& registry, const std::string& key) {
   std::vector<std::string> names;
-  for (auto i = registry.lower_bound(key + "\\"); i != registry.end(); ++i) {
-    if (!EqualNoCase(i->first.substr(0, key.size() + 1), key + "\\")) break;
+  for (auto i = registry.lower_bound(key + "\\"); i != registry.end() && IsBelow(i->first, key); ++i) {
     const std::string name = i->first.substr(key.size() + 1);
     if (name.find_first_of(std::string{'\\', valueMark}) == std::string::npos) names.push_back(name);
   }
   return names;
+}
+
+std::string TextAt(const Entries& registry, const std::string& key, const std::string& value) {
+  const auto found = registry.find(ValuePath(key, value));
+  return found == registry.end() || !IsRegistryText(found->second) ? "" : TextOfValue(found->second);
 }
 
 std::string LauncherFolder() {

@@ -41,9 +41,11 @@ std::string ReadLog();
 std::string LauncherFolder();
 std::string ShortcutFolder();
 
-// Of the entries of a registry: deletes a key with all that lies in it; names the keys directly below a key.
+// Of the entries of a registry: deletes a key with all that lies in it; names the keys directly below a key;
+// the text of a value, which is empty unless it is one.
 void DeleteTree(Entries& registry, const std::string& key);
 std::vector<std::string> Subkeys(const Entries& registry, const std::string& key);
+std::string TextAt(const Entries& registry, const std::string& key, const std::string& value);
 
 // The module's parts of the current user's registry.
 inline const std::string classesKey = "HKCU\\Software\\Classes";

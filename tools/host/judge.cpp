@@ -5,74 +5,17 @@
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
-#include <optional>
 #include <ostream>
 
 #include "host/difference.h"
-#include "host/guest_names.h"
 #include "host/launcher_view.h"
+#include "host/places.h"
 #include "host/verify.h"
 
 namespace host {
 namespace {
 
 using Kind = Finding::Kind;
-
-// What an entry is, if it carries the mark of an application.
-struct Place {
-  std::string owner;     // the application's name; empty when the entry does not tell
-  std::string what;      // "the offer for .pgn"
-  bool lasting = false;  // outlives its application while sharing is on
-  bool residue = false;  // outlives sharing, too
-};
-
-std::vector<std::string> Split(const std::string& path) {
-  std::vector<std::string> parts;
-  for (std::size_t start = 0; start <= path.size();) {
-    const std::size_t end = std::min(path.find('\\', start), path.size());
-    parts.push_back(path.substr(start, end - start));
-    start = end + 1;
-  }
-  return parts;
-}
-
-std::string WithoutEnd(const std::string& text, const std::string& end) {
-  return text.substr(0, text.size() - end.size());
-}
-
-bool IsBelow(const std::string& path, const std::string& key) {
-  return path.size() > key.size() && EqualNoCase(path.substr(0, key.size()), key) &&
-         (path[key.size()] == '\\' || path[key.size()] == valueMark);
-}
-
-std::string TextAt(const Entries& registry, const std::string& key, const std::string& value) {
-  const auto found = registry.find(ValuePath(key, value));
-  return found == registry.end() || !IsRegistryText(found->second) ? "" : TextOfValue(found->second);
-}
-
-// The application whose launcher a ProgID starts; nothing when it starts something else.
-std::optional<std::string> OwnerOfClaim(const Entries& registry, const std::string& progId,
-                                        const std::string& launcherFolder) {
-  const std::string command = TextAt(registry, classesKey + "\\" + progId + "\\shell\\open\\command", "");
-  const std::string start = "\"" + launcherFolder + "\\";
-  const std::size_t end = command.find(programSuffix + "\"");
-  if (!command.starts_with(start) || end == std::string::npos) return std::nullopt;
-  return command.substr(start.size(), end - start.size());
-}
-
-bool IsOurScheme(const Entries& registry, const std::string& key) {
-  return registry.contains(ValuePath(key, "URL Protocol")) &&
-         TextAt(registry, key, "").ends_with(launcherSuffix) && Subkeys(registry, key).empty();
-}
-
-std::string WhatOfProgramKey(const std::vector<std::string>& parts, const std::string* value) {
-  if (parts.size() == 2) return value && !value->empty() ? "the mark " + *value : "the application key";
-  if (parts[2] == "shell") return "the command that opens files";
-  const std::string what = parts[2] == "SupportedTypes"       ? "the supported type"
-                           : parts[2] == "SupportedProtocols" ? "the supported scheme"
-                                                              : "the entry " + parts[2];
-  return value ? what + " " + *value : what + "s";
-}
 
 class Judgement {
  public:
@@ -263,60 +206,9 @@ class Judgement {
   }
 
   std::optional<Place> PlaceOf(const Entries& registry, const std::string& path) const {
-    const std::size_t mark = path.find(valueMark);
-    const std::string key = path.substr(0, mark);
-    const std::string name = mark == std::string::npos ? "" : path.substr(mark + 1);
-    const std::string* value = mark == std::string::npos ? nullptr : &name;
-    if (IsBelow(key, classesKey)) return PlaceOfClass(registry, key, value);
-    if (IsBelow(key, macAppsKey)) {
-      const std::string app = Split(key.substr(macAppsKey.size() + 1))[0];
-      if (!app.ends_with(launcherSuffix)) return std::nullopt;
-      return Place{WithoutEnd(app, launcherSuffix),
-                   value ? "the capability for the scheme " + name : "the set of capabilities"};
-    }
-    if (EqualNoCase(key, registeredKey) && name.ends_with(launcherSuffix)) {
-      return Place{WithoutEnd(name, launcherSuffix), "the entry among the registered applications"};
-    }
-    return std::nullopt;
-  }
-
-  std::optional<Place> PlaceOfClass(const Entries& registry, const std::string& key,
-                                    const std::string* value) const {
-    const std::vector<std::string> parts = Split(key.substr(classesKey.size() + 1));
-    const std::string& first = parts[0];
-    if (EqualNoCase(first, "Applications")) {
-      if (parts.size() < 2 || !parts[1].ends_with(programSuffix)) return std::nullopt;
-      return Place{WithoutEnd(parts[1], programSuffix), WhatOfProgramKey(parts, value)};
-    }
-    if (first.starts_with(".")) return PlaceOfType(registry, parts, value);
-    if (first.ends_with(claimSuffix)) {
-      const auto owner = OwnerOfClaim(registry, first, around_.launcherFolder);
-      if (!owner) return std::nullopt;
-      return Place{*owner, "the program that claims ." + WithoutEnd(first, claimSuffix), true};
-    }
-    if (first.starts_with(urlProgIdPrefix) && first.ends_with(launcherSuffix)) {
-      return Place{WithoutEnd(first.substr(urlProgIdPrefix.size()), launcherSuffix),
-                   "the command that opens addresses"};
-    }
-    if (parts.size() != 1 || !IsOurScheme(registry, key)) return std::nullopt;
-    return Place{OwnerOfScheme(first), "the declaration of the scheme " + first, true};
-  }
-
-  std::optional<Place> PlaceOfType(const Entries& registry, const std::vector<std::string>& parts,
-                                   const std::string* value) const {
-    const std::string &type = parts[0], progId = type.substr(1) + claimSuffix;
-    if (parts.size() > 2 && EqualNoCase(parts[1], "OpenWithList") && parts[2].ends_with(programSuffix)) {
-      return Place{WithoutEnd(parts[2], programSuffix), "the offer for " + type, true, true};
-    }
-    const bool offered = parts.size() == 2 && EqualNoCase(parts[1], "OpenWithProgids");
-    if (!value || !(offered ? EqualNoCase(*value, progId)
-                            : parts.size() == 1 && value->empty() &&
-                                  TextAt(registry, classesKey + "\\" + type, "") == progId)) {
-      return std::nullopt;
-    }
-    const auto owner = OwnerOfClaim(registry, progId, around_.launcherFolder);
-    if (!owner && registry.contains(classesKey + "\\" + progId)) return std::nullopt;
-    return Place{owner.value_or(""), "the claim of " + type, true, offered};
+    std::optional<Place> place = host::PlaceOf(registry, path, around_.launcherFolder);
+    if (place && !place->scheme.empty()) place->owner = OwnerOfScheme(place->scheme);
+    return place;
   }
 
   // The first that has the scheme.

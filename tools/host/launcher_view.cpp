@@ -8,29 +8,48 @@
 #include <shlobj.h>
 
 #include <algorithm>
-#include <cstdint>
 #include <cstdio>
-#include <string_view>
 
+#include "common/handles.h"
 #include "host/guest_view.h"
-#include "host/owned.h"
 
 namespace host {
 namespace {
 
 using Data = std::span<const std::byte>;
-using DataFile = Owned<HMODULE, FreeLibrary>;
 
 constexpr WORD iconType = 3, rcData = 10, iconGroup = 14, versionType = 16;
 constexpr WORD ownLanguage = 0x0400;
 
-Data Resource(const DataFile& module, WORD type, WORD name, WORD language) {
-  const HRSRC found = FindResourceExW(module.get(), MAKEINTRESOURCEW(type), MAKEINTRESOURCEW(name), language);
-  if (!found) return {};
-  const HGLOBAL loaded = LoadResource(module.get(), found);
+bool IsNumber(LPCWSTR name) {
+  return reinterpret_cast<std::uintptr_t>(name) <= 0xFFFF;
+}
+WORD Number(LPCWSTR name) {
+  return static_cast<WORD>(reinterpret_cast<std::uintptr_t>(name));
+}
+
+BOOL CALLBACK VisitLanguage(HMODULE module, LPCWSTR type, LPCWSTR name, WORD language, LONG_PTR to) {
+  if (!IsNumber(type) || !IsNumber(name)) return TRUE;
+  const HRSRC found = FindResourceExW(module, type, name, language);
+  const HGLOBAL loaded = found ? LoadResource(module, found) : nullptr;
   const void* data = loaded ? LockResource(loaded) : nullptr;
-  if (!data) return {};
-  return {static_cast<const std::byte*>(data), SizeofResource(module.get(), found)};
+  if (!data) return TRUE;
+  (*reinterpret_cast<Resources*>(to))[{Number(type), Number(name), language}].assign(
+      static_cast<const char*>(data), SizeofResource(module, found));
+  return TRUE;
+}
+BOOL CALLBACK VisitName(HMODULE module, LPCWSTR type, LPWSTR name, LONG_PTR to) {
+  EnumResourceLanguagesW(module, type, name, VisitLanguage, to);
+  return TRUE;
+}
+BOOL CALLBACK VisitType(HMODULE module, LPWSTR type, LONG_PTR to) {
+  EnumResourceNamesW(module, type, VisitName, to);
+  return TRUE;
+}
+
+Data Resource(const Resources& all, WORD type, WORD name, WORD language) {
+  const auto found = all.find({type, name, language});
+  return found == all.end() ? Data() : std::as_bytes(std::span(found->second));
 }
 
 std::size_t RoundedUp(std::size_t at) {
@@ -44,11 +63,11 @@ void AddVersion(Data block, VersionBlocks& blocks) {
   block = block.first(std::min<std::size_t>(GetU16(block, 0), block.size()));
   if (block.size() < header) return;
   const bool isText = GetU16(block, 4) == 1;
-  const std::string key = WideTextAt(block, header);
+  const std::string key = Utf16Text(block.subspan(header));
   std::size_t at = RoundedUp(header + (key.size() + 1) * 2);
   const std::size_t end = at + std::size_t{GetU16(block, 2)} * (isText ? 2 : 1);
   std::string& value = blocks[key];
-  if (isText && end > at && end <= block.size()) value = WideTextAt(block, at);
+  if (isText && end > at && end <= block.size()) value = Utf16Text(block.subspan(at));
   for (; !isText && at + 4 <= std::min(end, block.size()); at += 4) {
     char word[16];
     std::snprintf(word, sizeof word, "%s%x", value.empty() ? "" : " ",
@@ -61,12 +80,12 @@ void AddVersion(Data block, VersionBlocks& blocks) {
   }
 }
 
-std::vector<LauncherIcon> Icons(const DataFile& module, Data group) {
+std::vector<LauncherIcon> Icons(const Resources& all, Data group) {
   constexpr std::size_t header = 6, entry = 14;
   std::vector<LauncherIcon> icons;
   for (std::size_t at = header; at + entry <= group.size(); at += entry) {
     const Data bytes = group.subspan(at, entry);
-    const Data image = Resource(module, iconType, GetU16(bytes, 12), ownLanguage);
+    const Data image = Resource(all, iconType, GetU16(bytes, 12), ownLanguage);
     icons.push_back({{bytes.begin(), bytes.end()}, {image.begin(), image.end()}});
   }
   return icons;
@@ -88,12 +107,6 @@ bool IsWhole(Data image) {
   return true;
 }
 
-void Release(IUnknown* object) {
-  object->Release();
-}
-template <class Interface>
-using Com = Owned<Interface*, [](Interface* object) { Release(object); }>;
-
 struct ComLibrary {
   ComLibrary() { CoInitialize(nullptr); }
   ~ComLibrary() { CoUninitialize(); }
@@ -106,19 +119,20 @@ constexpr PROPERTYKEY UserModelProperty(DWORD number) {
 }
 constexpr PROPERTYKEY startPinOption = UserModelProperty(12), excludeFromNew = UserModelProperty(8);
 
-IShellLinkW* NewLink() {
+ComPtr<IShellLinkW> NewLink() {
   void* made = nullptr;
   CoCreateInstance(CLSID_ShellLink, nullptr, CLSCTX_INPROC_SERVER, IID_IShellLinkW, &made);
-  return static_cast<IShellLinkW*>(made);
+  return ComPtr<IShellLinkW>(static_cast<IShellLinkW*>(made));
 }
 
 template <class Interface>
-Interface* Query(IShellLinkW* link, const IID& iid) {
+ComPtr<Interface> Query(const ComPtr<IShellLinkW>& link, const IID& iid) {
   void* object = nullptr;
-  return SUCCEEDED(link->QueryInterface(iid, &object)) ? static_cast<Interface*>(object) : nullptr;
+  if (link) link->QueryInterface(iid, &object);
+  return ComPtr<Interface>(static_cast<Interface*>(object));
 }
 
-PROPVARIANT Property(IPropertyStore* store, const PROPERTYKEY& key) {
+PROPVARIANT Property(const ComPtr<IPropertyStore>& store, const PROPERTYKEY& key) {
   PROPVARIANT value{};
   store->GetValue(key, &value);
   return value;
@@ -131,11 +145,11 @@ int LauncherIcon::size() const {
   return width == 0 ? 256 : width;
 }
 
-std::string WideTextAt(Data data, std::size_t at) {
-  std::basic_string<WCHAR> text;
-  for (; at + 2 <= data.size() && GetU16(data, at) != 0; at += 2)
-    text += static_cast<WCHAR>(GetU16(data, at));
-  return Narrow(text);
+Resources ReadResources(const std::string& path) {
+  Resources all;
+  const UniqueModule module(LoadLibraryExW(Widen(path).c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE));
+  if (module) EnumResourceTypesW(module.get(), VisitType, reinterpret_cast<LONG_PTR>(&all));
+  return all;
 }
 
 LauncherFile ReadLauncherFile(const std::string& path) {
@@ -143,29 +157,26 @@ LauncherFile ReadLauncherFile(const std::string& path) {
   LauncherFile file;
   const std::optional<std::string> bytes = ReadGuestFile(path);
   if (!bytes || !IsWhole(std::as_bytes(std::span(*bytes)))) return file;
-  const DataFile module(LoadLibraryExW(Widen(path).c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE));
-  if (!module) return file;
-  file.bundleId = WideTextAt(Resource(module, rcData, 260, 0), 0);
-  file.name = WideTextAt(Resource(module, rcData, 259, 0), 0);
-  AddVersion(Resource(module, versionType, 1, ownLanguage), file.version);
-  file.icons = Icons(module, Resource(module, iconGroup, 448, ownLanguage));
-  file.marked = std::ranges::equal(Resource(module, rcData, 57005, 0), std::as_bytes(std::span(marker)));
+  const Resources all = ReadResources(path);
+  file.bundleId = Utf16Text(Resource(all, rcData, 260, 0));
+  file.name = Utf16Text(Resource(all, rcData, 259, 0));
+  AddVersion(Resource(all, versionType, 1, ownLanguage), file.version);
+  file.icons = Icons(all, Resource(all, iconGroup, 448, ownLanguage));
+  file.marked = std::ranges::equal(Resource(all, rcData, 57005, 0), std::as_bytes(std::span(marker)));
   return file;
 }
 
 std::optional<Shortcut> ReadShortcut(const std::string& path) {
   const ComLibrary com;
-  const Com<IShellLinkW> link(NewLink());
-  if (!link) return std::nullopt;
-  const Com<IPersistFile> persist(Query<IPersistFile>(link.get(), IID_IPersistFile));
+  const auto link = NewLink();
+  const auto persist = Query<IPersistFile>(link, IID_IPersistFile);
   if (!persist || FAILED(persist->Load(Widen(path).c_str(), 0))) return std::nullopt;
   WCHAR target[MAX_PATH]{}, description[MAX_PATH]{};
   link->GetPath(target, MAX_PATH, nullptr, 0);
   link->GetDescription(description, MAX_PATH);
   Shortcut shortcut{.target = Narrow(target), .description = Narrow(description)};
-  if (const Com<IPropertyStore> store(Query<IPropertyStore>(link.get(), IID_IPropertyStore)); store) {
-    const PROPVARIANT pin = Property(store.get(), startPinOption),
-                      exclude = Property(store.get(), excludeFromNew);
+  if (const auto store = Query<IPropertyStore>(link, IID_IPropertyStore)) {
+    const PROPVARIANT pin = Property(store, startPinOption), exclude = Property(store, excludeFromNew);
     shortcut.staysUnpinned = pin.vt == VT_UI4 && pin.ulVal == 1;
     shortcut.staysUnannounced = exclude.vt == VT_BOOL && exclude.boolVal == VARIANT_TRUE;
   }
@@ -174,15 +185,13 @@ std::optional<Shortcut> ReadShortcut(const std::string& path) {
 
 bool KeepsShortcutProperties() {
   const ComLibrary com;
-  const Com<IShellLinkW> link(NewLink());
-  if (!link) return false;
-  const Com<IPropertyStore> store(Query<IPropertyStore>(link.get(), IID_IPropertyStore));
+  const auto store = Query<IPropertyStore>(NewLink(), IID_IPropertyStore);
   if (!store) return false;
   PROPVARIANT value{};
   value.vt = VT_UI4;
   value.ulVal = 1;
   store->SetValue(startPinOption, value);
-  return Property(store.get(), startPinOption).vt == VT_UI4;
+  return Property(store, startPinOption).vt == VT_UI4;
 }
 
 }  // namespace host

@@ -2,9 +2,10 @@
 // only. No code of a launcher runs: it is loaded as data. All text is UTF-8.
 #pragma once
 
+#include <array>
+#include <cstdint>
 #include <map>
 #include <optional>
-#include <span>
 #include <string>
 #include <vector>
 
@@ -12,8 +13,11 @@
 
 namespace host {
 
-// UTF-16 text from `at` up to its NUL or the end.
-std::string WideTextAt(std::span<const std::byte> data, std::size_t at);
+// The numbered resources of an executable, each exactly as it is stored.
+using ResourceId = std::array<std::uint16_t, 3>;      // type, name, language
+using Resources = std::map<ResourceId, std::string>;  // their bytes
+// All of them; none when the platform cannot load the file.
+Resources ReadResources(const std::string& path);
 
 struct LauncherIcon {
   Bytes entry;       // its 14 bytes in the icon group

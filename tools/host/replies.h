@@ -5,7 +5,7 @@
 #include <span>
 
 #include "host/catalogue.h"
-#include "host/gate.h"
+#include "host/driver/gate.h"
 
 namespace host {
 

@@ -16,7 +16,7 @@ namespace {
 }  // namespace
 
 Session::Session(const std::filesystem::path& module, std::chrono::milliseconds limit)
-    : limit_(limit), gate_(CreateGate()), module_(LoadModule(module)) {
+    : limit_(limit), gate_(CreateGate()), module_(std::make_unique<Module>(module)) {
   gate_->Serve([this](std::span<const std::byte> envelope) { return Answer(envelope); });
 }
 

@@ -11,7 +11,7 @@
 
 #include "host/catalogue.h"
 #include "host/conversation.h"
-#include "host/gate.h"
+#include "host/driver/gate.h"
 #include "host/replies.h"
 #include "host/system.h"
 

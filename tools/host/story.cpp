@@ -7,7 +7,6 @@
 #include <stdexcept>
 
 #include "host/difference.h"
-#include "host/guest_names.h"
 #include "host/session.h"
 #include "host/tree.h"
 #include "host/verify.h"

@@ -5,21 +5,39 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <stdexcept>
 #include <string>
+#include <type_traits>
 
 namespace host {
 
 // The module, loaded as a library, by its three exports. Destroying it unloads the library.
 class Module {
  public:
-  virtual ~Module() = default;
-  virtual std::int32_t Start() = 0;
-  virtual std::int32_t Stop() = 0;
-  virtual std::int32_t Notify(std::uint32_t code) = 0;
+  // Throws std::runtime_error when the library or one of the exports is missing.
+  explicit Module(const std::filesystem::path& file);
+  std::int32_t Start() { return start_(); }
+  std::int32_t Stop() { return stop_(); }
+  std::int32_t Notify(std::uint32_t code) { return notify_(code); }
+
+ private:
+  template <class Find>
+  void Resolve(const Find& find) {
+    const auto resolve = [&](const char* name, auto& function) {
+      function = reinterpret_cast<std::remove_reference_t<decltype(function)>>(find(name));
+      if (!function) throw std::runtime_error(std::string("the module does not export ") + name);
+    };
+    resolve("StartTool", start_);
+    resolve("StopTool", stop_);
+    resolve("NotifyTool", notify_);
+  }
+
+  std::shared_ptr<void> library_;
+  std::int32_t (*start_)() = nullptr;
+  std::int32_t (*stop_)() = nullptr;
+  std::int32_t (*notify_)(std::uint32_t) = nullptr;
 };
 
-// Throws std::runtime_error when the library or one of the exports is missing.
-std::unique_ptr<Module> LoadModule(const std::filesystem::path& library);
 std::filesystem::path DefaultModule();  // the module of this build, beside the tool
 
 // Prepares the machine's console for UTF-8. True when a person types the input.

@@ -8,44 +8,11 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
-#include <stdexcept>
 
 #include "host/system.h"
 
 namespace host {
 namespace {
-
-class SharedObject : public Module {
- public:
-  explicit SharedObject(const std::filesystem::path& library) : handle_(dlopen(library.c_str(), RTLD_NOW)) {
-    if (!handle_) throw std::runtime_error(std::string("the module cannot be loaded: ") + dlerror());
-  }
-  ~SharedObject() override { dlclose(handle_); }
-  SharedObject(const SharedObject&) = delete;
-  SharedObject& operator=(const SharedObject&) = delete;
-
-  void Resolve() {
-    start_ = Export<std::int32_t()>("StartTool");
-    stop_ = Export<std::int32_t()>("StopTool");
-    notify_ = Export<std::int32_t(std::uint32_t)>("NotifyTool");
-  }
-  std::int32_t Start() override { return start_(); }
-  std::int32_t Stop() override { return stop_(); }
-  std::int32_t Notify(std::uint32_t code) override { return notify_(code); }
-
- private:
-  template <class Function>
-  Function* Export(const char* name) {
-    void* address = dlsym(handle_, name);
-    if (!address) throw std::runtime_error(std::string("the module does not export ") + name);
-    return reinterpret_cast<Function*>(address);
-  }
-
-  void* handle_;
-  std::int32_t (*start_)() = nullptr;
-  std::int32_t (*stop_)() = nullptr;
-  std::int32_t (*notify_)(std::uint32_t) = nullptr;
-};
 
 [[noreturn]] void Refuse(const std::filesystem::path& path, const std::string& why) {
   throw std::runtime_error(path.string() + ": " + why);
@@ -96,10 +63,11 @@ volatile std::sig_atomic_t interrupts = 0;
 
 }  // namespace
 
-std::unique_ptr<Module> LoadModule(const std::filesystem::path& library) {
-  auto module = std::make_unique<SharedObject>(library);
-  module->Resolve();
-  return module;
+Module::Module(const std::filesystem::path& file) {
+  void* library = dlopen(file.c_str(), RTLD_NOW);
+  if (!library) throw std::runtime_error(std::string("the module cannot be loaded: ") + dlerror());
+  library_ = {library, dlclose};
+  Resolve([&](const char* name) { return dlsym(library, name); });
 }
 
 std::filesystem::path DefaultModule() {

@@ -4,56 +4,19 @@
 #include <io.h>
 
 #include <atomic>
-#include <bit>
-#include <stdexcept>
 
 #include "host/system.h"
 #include "host/text.h"
 
 namespace host {
-namespace {
-
-class Library : public Module {
- public:
-  explicit Library(const std::filesystem::path& library) : handle_(LoadLibraryW(library.c_str())) {
-    if (!handle_) {
-      throw std::runtime_error("the module cannot be loaded: " + PathText(library) + ": error " +
-                               std::to_string(GetLastError()));
-    }
+Module::Module(const std::filesystem::path& file) {
+  const HMODULE library = LoadLibraryW(file.c_str());
+  if (!library) {
+    throw std::runtime_error("the module cannot be loaded: " + PathText(file) + ": error " +
+                             std::to_string(GetLastError()));
   }
-  ~Library() override { FreeLibrary(handle_); }
-  Library(const Library&) = delete;
-  Library& operator=(const Library&) = delete;
-
-  void Resolve() {
-    start_ = Export<std::int32_t()>("StartTool");
-    stop_ = Export<std::int32_t()>("StopTool");
-    notify_ = Export<std::int32_t(std::uint32_t)>("NotifyTool");
-  }
-  std::int32_t Start() override { return start_(); }
-  std::int32_t Stop() override { return stop_(); }
-  std::int32_t Notify(std::uint32_t code) override { return notify_(code); }
-
- private:
-  template <class Function>
-  Function* Export(const char* name) {
-    const FARPROC address = GetProcAddress(handle_, name);
-    if (!address) throw std::runtime_error(std::string("the module does not export ") + name);
-    return std::bit_cast<Function*>(address);
-  }
-
-  HMODULE handle_;
-  std::int32_t (*start_)() = nullptr;
-  std::int32_t (*stop_)() = nullptr;
-  std::int32_t (*notify_)(std::uint32_t) = nullptr;
-};
-
-}  // namespace
-
-std::unique_ptr<Module> LoadModule(const std::filesystem::path& library) {
-  auto module = std::make_unique<Library>(library);
-  module->Resolve();
-  return module;
+  library_ = {library, [](void* loaded) { FreeLibrary(static_cast<HMODULE>(loaded)); }};
+  Resolve([&](const char* name) { return GetProcAddress(library, name); });
 }
 
 std::filesystem::path DefaultModule() {

@@ -62,6 +62,11 @@ bool PathLess::operator()(std::string_view a, std::string_view b) const {
                                       [](char x, char y) { return Rank(x) < Rank(y); });
 }
 
+bool IsBelow(std::string_view path, std::string_view key) {
+  return path.size() > key.size() && EqualNoCase(path.substr(0, key.size()), key) &&
+         (path[key.size()] == '\\' || path[key.size()] == valueMark);
+}
+
 std::string Digest(std::string_view bytes) {
   std::uint32_t hash = 2166136261u;
   for (const char c : bytes) hash = (hash ^ static_cast<unsigned char>(c)) * 16777619u;

@@ -28,6 +28,9 @@ struct PathLess {
   bool operator()(std::string_view a, std::string_view b) const;
 };
 
+// Is the path one of what the key holds, at any depth?
+bool IsBelow(std::string_view path, std::string_view key);
+
 std::string Digest(std::string_view bytes);       // FNV-1a, 32 bits, as 8 hexadecimal digits
 std::string WithThousands(std::uint64_t number);  // 12345 as "12,345"
 std::string PathText(const std::filesystem::path& path);

@@ -5,7 +5,8 @@
 #include <algorithm>
 #include <array>
 
-#include "host/guest_names.h"
+#include "host/difference.h"
+#include "host/places.h"
 
 namespace host {
 namespace {
@@ -39,18 +40,17 @@ void CompareEntries(const Entries& expected, const Entries& found, bool data, st
     if (mark + 1 == path.size()) path += "(default)";
     return path.replace(mark, 1, ", value ");
   };
+  ForEachDifference(expected, found,
+                    [&](const std::string& path, const std::string* must, const std::string* is) {
+                      if (!is || !must) out.push_back((must ? "missing: " : "unexpected: ") + readable(path));
+                      if (data && is && must) {
+                        out.push_back("wrong: " + readable(path) + ": expected " + *must + ", found " + *is);
+                      }
+                    });
   for (const auto& [path, text] : expected) {
-    const auto match = found.find(path);
-    if (match == found.end()) {
-      out.push_back("missing: " + readable(path));
-    } else if (data && match->second != text) {
-      out.push_back("wrong: " + readable(path) + ": expected " + text + ", found " + match->second);
-    } else if (match->first != path) {
+    if (const auto match = found.find(path); match != found.end() && match->first != path) {
       out.push_back("wrong: " + readable(path) + ": spelt " + readable(match->first));
     }
-  }
-  for (const auto& [path, text] : found) {
-    if (!expected.contains(path)) out.push_back("unexpected: " + readable(path));
   }
 }
 
@@ -82,11 +82,6 @@ void GuestModel::SetData(const std::string& key, const std::string& value, const
 
 void GuestModel::SetText(const std::string& key, const std::string& value, const std::string& text) {
   SetData(key, value, RegistryText(text));
-}
-
-std::string GuestModel::TextOf(const std::string& key, const std::string& value) const {
-  const auto found = state_.registry.find(ValuePath(key, value));
-  return found == state_.registry.end() || !IsRegistryText(found->second) ? "" : TextOfValue(found->second);
 }
 
 void GuestModel::On(const Catalogue& catalogue) {
@@ -152,7 +147,7 @@ bool GuestModel::RegisterTypes(const Application& app, const std::string& appKey
 
 bool GuestModel::HasDefault(const std::string& extension) const {
   return around_.machineAssociates(extension) ||
-         (around_.mergesUserClasses && !TextOf(classesKey + "\\" + extension, "").empty());
+         (around_.mergesUserClasses && !TextAt(state_.registry, classesKey + "\\" + extension, "").empty());
 }
 
 void GuestModel::ClaimDefault(const std::string& type, const std::string& exe) {
@@ -233,14 +228,11 @@ void GuestModel::Off() {
   }
   for (const std::string& name : Subkeys(state_.registry, classesKey)) {
     const std::string key = classesKey + "\\" + name;
-    const auto declared = state_.registry.find(ValuePath(key, "URL Protocol"));
-    if (declared != state_.registry.end() && IsRegistryText(declared->second) &&
-        TextOf(key, "").ends_with(launcherSuffix) && Subkeys(state_.registry, key).empty()) {
-      DeleteTree(state_.registry, key);
-    }
+    if (IsOurScheme(state_.registry, key)) DeleteTree(state_.registry, key);
   }
   for (const std::string& name : Subkeys(state_.registry, classesKey)) {
-    const std::string command = TextOf(classesKey + "\\" + name + "\\shell\\open\\command", "");
+    const std::string command =
+        TextAt(state_.registry, classesKey + "\\" + name + "\\shell\\open\\command", "");
     if (name.size() > 10 && name.ends_with("_auto_file") && command.size() > around_.launcherFolder.size() &&
         command.substr(1).starts_with(around_.launcherFolder)) {
       claims.push_back(name);
@@ -251,7 +243,8 @@ void GuestModel::Off() {
     const std::string key = classesKey + "\\" + name;
     if (!name.starts_with(".") || !Has(key + "\\OpenWithList")) continue;
     for (const std::string& exe : launchers) DeleteTree(state_.registry, key + "\\OpenWithList\\" + exe);
-    if (std::find(claims.begin(), claims.end(), TextOf(key, "")) != claims.end()) SetText(key, "", "");
+    if (std::find(claims.begin(), claims.end(), TextAt(state_.registry, key, "")) != claims.end())
+      SetText(key, "", "");
   }
   state_.files.clear();
   state_.launchers.clear();

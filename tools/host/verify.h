@@ -27,7 +27,6 @@ class GuestModel {
   bool Has(const std::string& path) const { return state_.registry.contains(path); }
   void SetText(const std::string& key, const std::string& value, const std::string& text);
   void SetData(const std::string& key, const std::string& value, const std::string& data);
-  std::string TextOf(const std::string& key, const std::string& value) const;  // empty unless a text
 
   bool Register(const Application& app);
   bool RegisterTypes(const Application& app, const std::string& appKey);

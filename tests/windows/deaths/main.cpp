@@ -15,7 +15,7 @@
 
 #include "common/handles.h"
 #include "host/catalogue.h"
-#include "host/gate.h"
+#include "host/driver/gate.h"
 #include "host/guest_view.h"
 #include "host/prepare.h"
 #include "host/replies.h"
@@ -212,7 +212,7 @@ class Deaths {
 
 int Run(int count, wchar_t** arguments) {
   if (count == 2 && arguments[1] == std::wstring(L"guest")) {
-    const auto module = host::LoadModule(host::DefaultModule());
+    const auto module = std::make_unique<host::Module>(host::DefaultModule());
     if (module->Start() != 0) return 1;
     Sleep(INFINITE);
   }

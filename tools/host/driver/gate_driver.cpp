@@ -17,7 +17,7 @@
 #include <utility>
 
 #include "host/driver/control.h"
-#include "host/gate.h"
+#include "host/driver/gate.h"
 
 namespace host {
 namespace {

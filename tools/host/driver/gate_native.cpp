@@ -12,7 +12,7 @@
 #include <thread>
 
 #include "channel/tool_gate.h"
-#include "host/gate.h"
+#include "host/driver/gate.h"
 #include "host/wire.h"
 
 namespace host {
