@@ -26,14 +26,18 @@ check() { # TEXT COMMAND...: the command succeeds
 state() { (cd "$1" && find . -printf '%p %T@ %s\n' | sort); }
 
 # Misuse.
-expect 2 '"vrfy" is not understood' vrfy
-expect 2 '"--tre" is not understood' run --catalogue "$catalogue" --tre
+expect 2 '"vrfy" is not understood; did you mean "verify"?' vrfy
+expect 2 '"--tre" is not understood; did you mean "--tree"?' run --catalogue "$catalogue" --tre
 expect 2 'subcommand is required'
 expect 2 '--catalogue is required' run
 expect 2 '--png is required' icons Loom --guest "$guest"
 expect 0 'velomira-host 1.' --version
 expect 0 'verify' --help
-check 'output that cannot be written is a failure' [ "$("$host" --help >/dev/full 2>/dev/null; echo $?)" = 1 ]
+unwritable() { # ARGUMENT...: with no room for its output the tool fails
+  "$host" "$@" >/dev/full 2>/dev/null </dev/null
+  check "with nowhere to say it, $1 fails" [ $? = 1 ]
+}
+unwritable --help
 
 # What is no guest is refused, and stays as it is.
 mkdir -p "$work/other" && touch "$work/other/thing"
@@ -64,6 +68,42 @@ printf '[HKEY_CURRENT_USER]\nnonsense\n' >"$guest/registry.txt"
 expect 1 "registry.txt: line 2" verify --guest "$guest"
 expect 1 'nonsense' shell --guest "$guest" --catalogue "$catalogue"
 mv "$work/kept.txt" "$guest/registry.txt"
+
+# A script: what it says of itself, and where it is wrong.
+cat >"$work/script" <<'END'
+open game.tide
+remove Loom
+add Kite --types kite --schemes "kite"
+diff
+on
+show Kite
+open a.kite
+open kite:x
+open a.exe
+save
+rmove Kite
+remove Kit
+diff save
+add "Kite
+tree file
+verify
+off
+diff save
+open kite:x
+END
+said=$("$host" shell --guest "$work/script-guest" --catalogue "$catalogue" "$work/script")
+check 'a script with faults fails' [ $? = 1 ]
+for line in '.tide no application is known (nobody)' 'Loom is off the catalogue; the guest takes it over with the next "on"' \
+  'no change since the last command' 'the guest mirrors 10 applications' 'example.added.1, icons 16 32 48 256' \
+  'URL:kite (Mac)' '.kite the user is asked (nobody), offered: Kite' 'kite: opens with Kite (claimed), offered: Kite' \
+  '.exe no application is known (nobody)' "$work/script:11: \"rmove\" is not understood; did you mean \"remove\"?" \
+  "$work/script:12: Kit: no such application; did you mean \"Kite\"?" 'no change since it was saved' \
+  "$work/script:14: a quotation mark is not closed" "$work/script:15: files|registry: file not in" 'no difference' \
+  '    0 files: 0 came, 22 went, 0 changed' '  - HKCU\Software\Classes\kite' 'kite: no application is known (nobody)'; do
+  check "the script says: $line" grep -qF -- "$line" <<<"$said"
+done
+expect 0 'no difference' verify --off --guest "$work/script-guest"
+check 'nothing else of the script fails' [ "$(grep -c failed: <<<"$said")" = 4 ]
 
 # Exports.
 expect 0 '' export --guest "$guest" --reg "$work/out.reg" --json "$work/out.json"
@@ -108,6 +148,18 @@ damaged '103: the recording stops here, without its end' head -n -1
 damaged '104: is cut or changed' head -c -1
 expect 1 'cannot be written' run --guest "$work/told" --catalogue "$catalogue" --trace "$work/none/told.jsonl"
 
+for command in 'verify --off' 'report /dev/full' 'icons Tidepool --png '"$work/icons" 'export --json /dev/full'; do
+  # shellcheck disable=SC2086
+  unwritable $command --guest "$guest"
+done
+unwritable check --catalogue "$catalogue"
+unwritable trace "$work/told.jsonl"
+unwritable diff "$guest" "$guest"
+unwritable replay "$work/told.jsonl" --guest "$work/muted"
+for command in run shell; do
+  unwritable "$command" --catalogue "$catalogue" --guest "$work/told"
+done
+
 # The story ends well with any catalogue.
 apps() { # NAME...: applications of these names
   local name
@@ -151,7 +203,7 @@ refused '1:1: type must be object, but is array' '[]'
 
 # One host at a time, and an interrupt that leaves a whole guest.
 mkfifo "$work/input"
-"$host" shell --guest "$work/live" --catalogue "$catalogue" <"$work/input" >"$work/said" 2>&1 &
+"$host" shell --guest "$work/live" --catalogue "$catalogue" --trace "$work/live.jsonl" <"$work/input" >"$work/said" 2>&1 &
 player=$!
 exec 3>"$work/input"
 printf 'on\n' >&3
@@ -163,6 +215,7 @@ wait "$player"
 check 'an interrupted host ends with status 1' [ $? = 1 ]
 exec 3>&-
 expect 0 'no difference' verify --guest "$work/live" --catalogue "$catalogue"
+expect 0 'The guest came out the same' replay "$work/live.jsonl" --guest "$work/live-again"
 check 'an interrupt is said' grep -q 'interrupted' "$work/said"
 
 exit $((faults > 0))

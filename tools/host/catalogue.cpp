@@ -390,15 +390,20 @@ void Catalogue::Add(Application application) {
   applications_.push_back(std::move(application));
 }
 
+const Application& Catalogue::Named(std::string_view name) const {
+  if (const Application* found = Find(name)) return *found;
+  std::vector<std::string> names;
+  for (const Application& app : applications_) names.push_back(app.name);
+  Refuse(std::string(name), "no such application" + DidYouMean(name, names));
+}
+
 void Catalogue::Remove(std::string_view name) {
-  const Application* found = Find(name);
-  if (!found) Refuse(std::string(name), "no such application");
+  const Application* found = &Named(name);
   applications_.erase(applications_.begin() + (found - applications_.data()));
 }
 
 void Catalogue::Rename(std::string_view name, const std::string& newName) {
-  const Application* found = Find(name);
-  if (!found) Refuse(std::string(name), "no such application");
+  const Application* found = &Named(name);
   Catalogue renamed;
   for (Application app : applications_) {
     if (app.name == found->name) app.name = newName;

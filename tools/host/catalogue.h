@@ -57,6 +57,7 @@ class Catalogue {
 
   const std::vector<Application>& applications() const { return applications_; }
   const Application* Find(std::string_view name) const;
+  const Application& Named(std::string_view name) const;  // throws when there is none
 
   // Edits refuse what Load refuses: bad or double names, double identifiers, more than one reply can hold.
   void Add(Application application);

@@ -18,7 +18,7 @@ namespace host {
 namespace {
 
 struct PlayOptions : GuestOptions {
-  std::string module, report, trace;
+  std::string module, report, trace, script;
   double seconds = 30;
   StoryOptions story;
 
@@ -45,7 +45,7 @@ struct PlayOptions : GuestOptions {
 // Opens the guest and plays; whatever ends that, the guest is saved. What can be checked before the guest is
 // touched is: the catalogue, which is loaded by then, and the module.
 int Play(const PlayOptions& options, const std::function<int()>& play) {
-  Module(options.Session().module);  // can it be loaded?
+  const Module loadable(options.Session().module);
   OpenGuest(PathOf(options.guest), GuestUse::Play);
   PrepareGuest();
   Interrupted();
@@ -62,13 +62,18 @@ int Play(const PlayOptions& options, const std::function<int()>& play) {
   return status;
 }
 
-// Plays, with a recording where one is wished for.
+// Plays, with a recording where one is wished for; a failure is recorded, too.
 int PlayRecorded(const PlayOptions& options, const std::function<int(const Conversation::Listener&)>& play) {
   if (options.trace.empty()) return play({});
   Recorder recorder(PathOf(options.trace));
-  const int status = play([&](const Exchange& exchange) { recorder.Hear(exchange); });
-  recorder.Finish();
-  return status;
+  try {
+    const int status = play([&](const Exchange& exchange) { recorder.Hear(exchange); });
+    recorder.Finish();
+    return status;
+  } catch (const std::exception&) {  // on its way to the program's end
+    recorder.Finish();
+    throw;
+  }
 }
 
 struct TraceOptions : PlayOptions {
@@ -113,6 +118,23 @@ void AddTraceCommands(CLI::App& tool, Action& action) {
 
 }  // namespace
 
+std::vector<std::string> NamesOf(const CLI::App& app) {
+  std::vector<std::string> names;
+  for (const CLI::App* command : app.get_subcommands({})) names.push_back(command->get_name());
+  for (const CLI::Option* option : app.get_options()) {
+    for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
+  }
+  return names;
+}
+
+std::string Misuse(const CLI::App& app, const CLI::Error& error) {
+  const std::vector<std::string> unknown = app.remaining(true);
+  if (unknown.empty()) return error.what();
+  const auto given = app.get_subcommands();
+  return "\"" + unknown[0] + "\" is not understood" +
+         DidYouMean(unknown[0], NamesOf(given.empty() ? app : *given[0]));
+}
+
 void GuestOptions::AddCatalogue(CLI::App& command, bool required) {
   command.add_option("--catalogue", catalogue, "Folder with catalogue.json and its PNG icons")
       ->required(required);
@@ -155,15 +177,16 @@ void AddPlayCommands(CLI::App& tool, Action& action) {
     };
   });
 
-  CLI::App& shell = *tool.add_subcommand("shell", "Play the host by hand, or by a script on standard input");
+  CLI::App& shell = *tool.add_subcommand("shell", "Play the host by hand, or by a script");
   options->AddTo(shell);
+  shell.add_option("script", options->script, "File with commands (default: standard input)");
   shell.callback([options, &action] {
     action = [options] {
-      const bool interactive = OpenConsole();
-      const std::filesystem::path folder = PathOf(options->catalogue);
-      const Catalogue catalogue = Catalogue::Load(folder);
+      ShellOptions by{PathOf(options->catalogue), options->script, options->script.empty() && OpenConsole()};
+      const Catalogue catalogue = Catalogue::Load(by.folder);
       const auto play = [&](const Conversation::Listener& listen) {
-        return RunShell(catalogue, folder, options->Session(), interactive, listen);
+        by.listen = listen;
+        return RunShell(catalogue, options->Session(), by);
       };
       return Play(*options, [&] { return PlayRecorded(*options, play); });
     };

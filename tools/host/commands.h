@@ -17,6 +17,10 @@ using Action = std::function<int()>;
 void AddPlayCommands(CLI::App& tool, Action& action);  // run, shell, replay, trace, check: the host is played
 void AddGuestCommands(CLI::App& tool, Action& action);  // verify, export, report, ...: a guest is looked at
 
+// The commands and options that may be named, and what is to be said of a line that cannot be understood.
+std::vector<std::string> NamesOf(const CLI::App& app);
+std::string Misuse(const CLI::App& app, const CLI::Error& error);
+
 // What several commands take.
 struct GuestOptions {
   std::string catalogue, guest;

@@ -29,12 +29,7 @@ int Run(int argc, char** argv) {
   } catch (const CLI::Success& wish) {  // for help or the version
     return Status(tool.exit(wish));
   } catch (const CLI::Error& misuse) {
-    const std::vector<std::string> unknown = tool.remaining(true);
-    if (unknown.empty()) {
-      tool.exit(misuse);
-    } else {
-      std::cerr << "velomira-host: \"" << unknown.front() << "\" is not understood; see --help\n";
-    }
+    std::cerr << "velomira-host: " << host::Misuse(tool, misuse) << "; see --help\n";
     return misused;
   }
 }

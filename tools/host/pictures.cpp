@@ -62,6 +62,11 @@ void WriteFileWhole(const std::filesystem::path& file, std::string_view bytes) {
   }
 }
 
+nlohmann::ordered_json FieldsOf(const Application& app) {
+  return {{"bundleId", app.bundleId},         {"name", app.name},       {"documentTypes", app.documentTypes},
+          {"defaultTypes", app.defaultTypes}, {"anyType", app.anyType}, {"urlSchemes", app.urlSchemes}};
+}
+
 void SaveCatalogue(const Catalogue& catalogue, const std::filesystem::path& folder) {
   remove_all(folder);
   create_directories(folder);
@@ -78,13 +83,8 @@ void SaveCatalogue(const Catalogue& catalogue, const std::filesystem::path& fold
         icons.push_back({{"file", entry->second}, {"format", "bmp24"}});
       }
     }
-    applications.push_back({{"bundleId", app.bundleId},
-                            {"name", app.name},
-                            {"documentTypes", app.documentTypes},
-                            {"defaultTypes", app.defaultTypes},
-                            {"anyType", app.anyType},
-                            {"urlSchemes", app.urlSchemes},
-                            {"icons", icons}});
+    applications.push_back(FieldsOf(app));
+    applications.back()["icons"] = icons;
   }
   WriteFileWhole(folder / "catalogue.json",
                  nlohmann::ordered_json{{"applications", applications}}.dump(2) + "\n");

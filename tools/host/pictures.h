@@ -3,6 +3,7 @@
 #pragma once
 
 #include <filesystem>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 
 #include "host/catalogue.h"
@@ -16,6 +17,8 @@ std::string PngOf(const LauncherIcon& icon);
 
 void WriteFileWhole(const std::filesystem::path& file, std::string_view bytes);
 
+// An application as a catalogue has it, all but its icons.
+nlohmann::ordered_json FieldsOf(const Application& app);
 // Writes a catalogue so that Catalogue::Load reads the same again; `folder` is made, and emptied before.
 void SaveCatalogue(const Catalogue& catalogue, const std::filesystem::path& folder);
 

@@ -11,6 +11,7 @@
 #include "host/difference.h"
 #include "host/launcher_view.h"
 #include "host/pictures.h"
+#include "host/places.h"
 #include "host/text.h"
 
 namespace host {
@@ -47,9 +48,47 @@ std::size_t MaskSize(const Bytes& image) {
   return std::min(size, image.size());
 }
 
-json TextsOf(const std::vector<std::string>& texts, std::set<std::string>& met, const char* before = "") {
-  for (const std::string& text : texts) met.insert(before + text);
-  return texts;
+std::map<std::string, std::string> Owners(const Entries& registry, const std::string& launcherFolder) {
+  std::map<std::string, std::string> owners;
+  for (const auto& [path, data] : registry) {
+    const auto place = PlaceOf(registry, path, launcherFolder);
+    if (place && !place->owner.empty()) owners[path] = place->owner + launcherSuffix;
+  }
+  return owners;
+}
+
+// Who opens the types and schemes of the registry, and of a catalogue that is mirrored.
+std::map<std::string, json> Opens(const Snapshot& guest, const Catalogue& shared) {
+  std::map<std::string, json> opens;
+  for (const std::string& key : Subkeys(guest.registry, classesKey)) {
+    const std::string offers = classesKey + "\\" + key + "\\OpenWith";
+    if (!key.starts_with('.')) continue;
+    for (const char* kind : {"List", "Progids"}) {
+      if (guest.registry.contains(offers + kind)) opens[key];
+    }
+  }
+  for (const std::string& app : Subkeys(guest.registry, macAppsKey)) {
+    const std::string schemes = macAppsKey + "\\" + app + "\\Capabilities\\URLAssociations" + valueMark;
+    for (auto i = guest.registry.lower_bound(schemes);
+         i != guest.registry.end() && i->first.starts_with(schemes); ++i) {
+      opens[i->first.substr(schemes.size()) + ":"];
+    }
+  }
+  for (const Application& app :
+       guest.launchers.empty() ? std::vector<Application>() : shared.applications()) {
+    for (const auto* types : {&app.documentTypes, &app.defaultTypes}) {
+      for (const std::string& type : *types) opens["." + type];
+    }
+    for (const std::string& scheme : app.urlSchemes) opens[scheme + ":"];
+  }
+  const Surroundings around = LookAround();
+  for (auto& [what, said] : opens) {
+    Opening opening = WhoOpens(guest, around, what);
+    for (std::string& app : opening.offered) app += launcherSuffix;
+    said = {{"why", opening.why}, {"otherwise", opening.otherwise}, {"offered", opening.offered}};
+    if (!opening.application.empty()) said["app"] = opening.application + launcherSuffix;
+  }
+  return opens;
 }
 
 }  // namespace
@@ -61,36 +100,37 @@ void Report::Hear(const Exchange& exchange) {
 void Report::AddStep(const std::string& title, const Snapshot& guest, const Catalogue& shared) {
   json step = {{"title", title},
                {"sharing", !guest.launchers.empty()},
-               {"registry", json::array()},
-               {"files", json::array()},
-               {"launchers", json::array()},
-               {"shortcuts", json::array()},
                {"conversation", std::exchange(talk_, json::array())}};
+  for (const char* part : {"registry", "owners", "opens", "files", "launchers", "shortcuts"}) {
+    step[part] = json::array();
+  }
   if (json catalogue = CatalogueOf(shared); catalogue != shared_)
     step["catalogue"] = shared_ = std::move(catalogue);
-  const auto shown = [](const std::string* data) { return data ? json(*data) : json(); };
-  const std::string extensions = classesKey + "\\.";
-  ForEachDifference(
-      last_.registry, guest.registry,
-      [&](const std::string& path, const std::string*, const std::string* now) {
-        step["registry"].push_back({path, shown(now)});
-        if (path.starts_with(extensions)) {
-          const std::size_t start = classesKey.size() + 1, end = path.find_first_of({'\\', valueMark}, start);
-          types_.insert(path.substr(start, end == std::string::npos ? end : end - start));
-        }
-      });
-  ForEachDifference(
-      last_.files, guest.files, [&](const std::string& path, const std::string*, const std::string* now) {
-        step["files"].push_back({path, shown(now)});
-        if (guest.launchers.contains(path) || last_.launchers.contains(path)) {
-          step["launchers"].push_back({path, now ? LauncherOf(path) : json()});
-        } else if (path.ends_with(".lnk")) {
-          const auto shortcut = now ? ReadShortcut(path) : std::nullopt;
-          step["shortcuts"].push_back(
-              {path, shortcut ? json{{"target", shortcut->target}, {"description", shortcut->description}}
-                              : json()});
-        }
-      });
+  const auto tell = [&]<class Map>(const char* part, const Map& before, const Map& after) {
+    using Value = const typename Map::mapped_type*;
+    ForEachDifference(before, after, [&](const std::string& path, Value, Value now) {
+      step[part].push_back({path, now ? json(*now) : json()});
+    });
+  };
+  tell("registry", last_.registry, guest.registry);
+  auto owners = Owners(guest.registry, LauncherFolder());
+  tell("owners", owners_, owners);
+  owners_ = std::move(owners);
+  auto opens = Opens(guest, shared);
+  tell("opens", opens_, opens);
+  opens_ = std::move(opens);
+  tell("files", last_.files, guest.files);
+  ForEachDifference(last_.files, guest.files,
+                    [&](const std::string& path, const std::string*, const std::string* now) {
+                      if (guest.launchers.contains(path) || last_.launchers.contains(path)) {
+                        step["launchers"].push_back({path, now ? LauncherOf(path) : json()});
+                      } else if (const auto shortcut = now ? ReadShortcut(path) : std::nullopt) {
+                        step["shortcuts"].push_back(
+                            {path, {{"target", shortcut->target}, {"description", shortcut->description}}});
+                      } else if (path.ends_with(".lnk")) {
+                        step["shortcuts"].push_back({path, json()});
+                      }
+                    });
   steps_.push_back(std::move(step));
   last_ = guest;
 }
@@ -104,13 +144,8 @@ json Report::CatalogueOf(const Catalogue& catalogue) {
                        {"accepted", icon.accepted},
                        {"icon", Keep(Part(icon.bmp, 54, icon.bmp.size()), [&] { return PngOf(icon); })}});
     }
-    applications.push_back({{"bundleId", app.bundleId},
-                            {"name", app.name},
-                            {"documentTypes", TextsOf(app.documentTypes, types_, ".")},
-                            {"defaultTypes", TextsOf(app.defaultTypes, types_, ".")},
-                            {"anyType", app.anyType},
-                            {"urlSchemes", TextsOf(app.urlSchemes, schemes_)},
-                            {"icons", icons}});
+    applications.push_back(json(FieldsOf(app)));
+    applications.back()["icons"] = std::move(icons);
   }
   return applications;
 }
@@ -140,18 +175,7 @@ std::string Report::Keep(const std::string& pixels, const std::function<std::str
 }
 
 void Report::Write(const std::filesystem::path& file) const {
-  const Surroundings around = LookAround();
-  json story = {{"folder", around.launcherFolder},
-                {"foreignTypes", json::array()},
-                {"foreignSchemes", json::array()},
-                {"icons", icons_},
-                {"steps", steps_}};
-  for (const std::string& type : types_) {
-    if (around.machineAssociates(type)) story["foreignTypes"].push_back(type);
-  }
-  for (const std::string& scheme : schemes_) {
-    if (around.machineDeclares(scheme)) story["foreignSchemes"].push_back(scheme);
-  }
+  const json story = {{"icons", icons_}, {"steps", steps_}};
   std::string data = story.dump(-1, ' ', false, json::error_handler_t::replace);
   for (auto at = data.find('<'); at != std::string::npos; at = data.find('<', at)) {
     data.replace(at, 1, "\\u003c");  // nothing in a text may end the element that holds the data

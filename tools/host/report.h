@@ -4,8 +4,8 @@
 
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <nlohmann/json.hpp>
-#include <set>
 #include <string>
 
 #include "host/catalogue.h"
@@ -31,7 +31,8 @@ class Report {
   nlohmann::json shared_ = nlohmann::json::array();  // in the last step
   nlohmann::json steps_ = nlohmann::json::array(), talk_ = nlohmann::json::array(),
                  icons_ = nlohmann::json::object();
-  std::set<std::string> types_, schemes_;  // those that were met
+  std::map<std::string, std::string> owners_;    // of registry entries, in the last step
+  std::map<std::string, nlohmann::json> opens_;  // what types and schemes open with, in the last step
 };
 
 }  // namespace host

@@ -6,19 +6,12 @@
 #include <set>
 #include <stdexcept>
 
-#include "host/difference.h"
 #include "host/session.h"
 #include "host/tree.h"
 #include "host/verify.h"
 
 namespace host {
 namespace {
-
-std::string Count(std::uint64_t number, const std::string& noun) {
-  const bool many = number != 1, ies = many && noun.ends_with("y");
-  return std::to_string(number) + " " + (ies ? noun.substr(0, noun.size() - 1) + "ie" : noun) +
-         (many ? "s" : "");
-}
 
 // A name or an identifier that the catalogue does not have yet.
 std::string Free(const Catalogue& catalogue, const std::string& wish) {
@@ -168,16 +161,7 @@ class Story {
   }
 
   void SayChanges(const Snapshot& before, const Snapshot& now) const {
-    const auto say = [](const Entries& was, const Entries& is, const char* noun) {
-      std::size_t came = 0, went = 0, changed = 0;
-      ForEachDifference(was, is, [&](const std::string&, const std::string* old, const std::string* fresh) {
-        ++(!old ? came : !fresh ? went : changed);
-      });
-      std::cout << "    " << Count(is.size(), noun) << ": " << came << " came, " << went << " went, "
-                << changed << " changed\n";
-    };
-    say(before.files, now.files, "file");
-    say(before.registry, now.registry, "registry entry");
+    PrintTally(std::cout, before, now);
     if (options_.trees) PrintDifference(std::cout, before, now);
   }
 

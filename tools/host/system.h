@@ -42,7 +42,6 @@ std::filesystem::path DefaultModule();  // the module of this build, beside the 
 
 // Prepares the machine's console for UTF-8. True when a person types the input.
 bool OpenConsole();
-bool OutputIsTerminal();
 
 // From the first call on, an interrupt (Ctrl-C, or a request to end) does not end the process; it makes this
 // true, and a read from the terminal or from standard input ends.

@@ -78,10 +78,6 @@ bool OpenConsole() {
   return isatty(STDIN_FILENO) != 0;
 }
 
-bool OutputIsTerminal() {
-  return isatty(STDOUT_FILENO) != 0;
-}
-
 bool Interrupted() {
   static const bool installed = [] {
     struct sigaction action {};

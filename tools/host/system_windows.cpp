@@ -29,10 +29,6 @@ bool OpenConsole() {
   return _isatty(_fileno(stdin)) != 0;
 }
 
-bool OutputIsTerminal() {
-  return _isatty(_fileno(stdout)) != 0;
-}
-
 bool Interrupted() {
   static std::atomic<bool> interrupted = false;
   static const BOOL installed = SetConsoleCtrlHandler(

@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <numeric>
+#include <utility>
 
 #include "host/wire.h"
 
@@ -73,6 +75,28 @@ std::string Digest(std::string_view bytes) {
   char text[16];
   std::snprintf(text, sizeof text, "%08x", static_cast<unsigned>(hash));
   return text;
+}
+
+std::string DidYouMean(std::string_view word, const std::vector<std::string>& known) {
+  std::string nearest;
+  std::size_t least = (word.size() + 2) / 3 + 1;  // more edits than that make another word
+  for (const std::string& each : known) {
+    std::vector<std::size_t> edits(each.size() +
+                                   1);  // from the word's beginning to each beginning of the other
+    std::iota(edits.begin(), edits.end(), 0);
+    for (std::size_t i = 0; i < word.size(); ++i) {
+      std::size_t diagonal = std::exchange(edits[0], i + 1);
+      for (std::size_t j = 0; j < each.size(); ++j) {
+        const std::size_t replaced = diagonal + (Fold(word[i]) != Fold(each[j]));
+        diagonal = edits[j + 1];
+        edits[j + 1] = std::min({replaced, diagonal + 1, edits[j] + 1});
+      }
+    }
+    if (edits.back() >= least) continue;
+    least = edits.back();
+    nearest = each;
+  }
+  return nearest.empty() ? "" : "; did you mean \"" + nearest + "\"?";
 }
 
 std::string WithThousands(std::uint64_t number) {

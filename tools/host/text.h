@@ -9,6 +9,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace host {
 
@@ -31,7 +32,9 @@ struct PathLess {
 // Is the path one of what the key holds, at any depth?
 bool IsBelow(std::string_view path, std::string_view key);
 
-std::string Digest(std::string_view bytes);       // FNV-1a, 32 bits, as 8 hexadecimal digits
+std::string Digest(std::string_view bytes);  // FNV-1a, 32 bits, as 8 hexadecimal digits
+// "; did you mean \"verify\"?", should one of the known words be near.
+std::string DidYouMean(std::string_view word, const std::vector<std::string>& known);
 std::string WithThousands(std::uint64_t number);  // 12345 as "12,345"
 std::string PathText(const std::filesystem::path& path);
 std::filesystem::path PathOf(std::string_view utf8);

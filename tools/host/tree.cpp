@@ -4,6 +4,8 @@
 #include <ostream>
 
 #include "host/difference.h"
+#include "host/launcher_view.h"
+#include "host/places.h"
 
 namespace host {
 namespace {
@@ -58,6 +60,50 @@ void PrintFiles(std::ostream& out, const Snapshot& guest) {
 void PrintRegistry(std::ostream& out, const Snapshot& guest) {
   Lines lines(out);
   for (const auto& [path, data] : guest.registry) lines.Add(path, ' ', Shown(data));
+}
+
+bool PrintApplication(std::ostream& out, const Snapshot& guest, const std::string& name) {
+  const std::string launcher = LauncherFolder() + "\\" + name + programSuffix,
+                    link = ShortcutFolder() + "\\" + name + shortcutSuffix;
+  bool any = false;
+  Lines lines(out);
+  if (guest.launchers.contains(launcher)) {
+    any = true;
+    lines.Add(launcher, ' ', TextOfFile(guest, launcher));
+    for (const auto& [key, value] : ReadLauncherFile(launcher).version) {
+      if (!value.empty()) out << "          " << key << " = " << value << "\n";
+    }
+  }
+  if (const auto shortcut = ReadShortcut(link)) {
+    any = true;
+    lines.Add(link, ' ', "-> " + Shown(shortcut->target) + ", " + shortcut->description);
+  }
+  for (const auto& [path, data] : guest.registry) {
+    const auto place = PlaceOf(guest.registry, path, LauncherFolder());
+    if (!place || place->owner != name) continue;
+    any = true;
+    if (path.find(valueMark) != std::string::npos) lines.Add(path, ' ', Shown(data));
+  }
+  return any;
+}
+
+void PrintTally(std::ostream& out, const Snapshot& before, const Snapshot& now) {
+  const auto say = [&](const Entries& was, const Entries& is, const char* noun) {
+    std::size_t came = 0, went = 0, changed = 0;
+    ForEachDifference(was, is, [&](const std::string&, const std::string* old, const std::string* fresh) {
+      ++(!old ? came : !fresh ? went : changed);
+    });
+    out << "    " << Count(is.size(), noun) << ": " << came << " came, " << went << " went, " << changed
+        << " changed\n";
+  };
+  say(before.files, now.files, "file");
+  say(before.registry, now.registry, "registry entry");
+}
+
+std::string Count(std::uint64_t number, const std::string& noun) {
+  const bool many = number != 1, ies = many && noun.ends_with("y");
+  return std::to_string(number) + " " + (ies ? noun.substr(0, noun.size() - 1) + "ie" : noun) +
+         (many ? "s" : "");
 }
 
 bool PrintDifference(std::ostream& out, const Snapshot& before, const Snapshot& after) {

@@ -5,7 +5,6 @@
 const story = JSON.parse(document.getElementById("data").textContent);
 const steps = story.steps;
 const mark = "\u0001", suffix = " (Mac)";
-const classes = "HKCU\\Software\\Classes\\", tools = "HKCU\\SOFTWARE\\Tessarine\\Tessarine Tools\\MacApps\\";
 const registered = "HKCU\\Software\\RegisteredApplications" + mark;
 const words = {"+": "new", "-": "gone", "~": "changed"};
 let step = 0, view = "menu", shown = null, wholeTalk = false, onlyChanges = false;
@@ -15,7 +14,6 @@ const number = new Intl.NumberFormat("en").format;
 const count = (n, one, many = one + "s") => `${number(n)} ${n === 1 ? one : many}`;
 const collate = new Intl.Collator("en", {sensitivity: "base", numeric: true}).compare;
 const nameOf = path => path.slice(path.lastIndexOf("\\") + 1);
-const textOf = data => data?.startsWith('"') ? data.slice(1, -1) : "";
 
 // An element; properties are attributes, functions its listeners.
 function make(tag, properties, ...children) {
@@ -33,60 +31,21 @@ const badge = sign => sign && make("span", {class: "mark", "data-mark": sign},
 
 // ---- The state at a step -------------------------------------------------------------------------------------
 
-const parts = ["registry", "files", "launchers", "shortcuts"];
+const parts = ["registry", "owners", "opens", "files", "launchers", "shortcuts"];
 const states = [];
 
 function stateAt(index) {
-  if (index < 0) return Object.fromEntries([...parts.map(part => [part, new Map()]), ["catalogue", []]]);
+  if (index < 0) return Object.fromEntries([...[...parts, "own", "apps"].map(part => [part, new Map()]), ["catalogue", []]]);
   if (states[index]) return states[index];
   const before = stateAt(index - 1), here = steps[index], state = {catalogue: here.catalogue ?? before.catalogue};
   for (const part of parts) {
     state[part] = new Map(before[part]);
     for (const [path, now] of here[part]) now === null ? state[part].delete(path) : state[part].set(path, now);
   }
-  return states[index] = indexed(state);
-}
-
-// Whose entries are whose: by the names of keys and values, by the launcher that a command starts, and what such
-// a claim or scheme consists of.
-function indexed(state) {
-  const own = new Map(), claims = new Map(), offers = new Map(), progIds = new Map();
-  const give = (app, path) => (own.get(app) ?? own.set(app, new Set()).get(app)).add(path);
-  const append = (map, key, item) => (map.get(key) ?? map.set(key, []).get(key)).push(item);
-  for (const [path, data] of state.registry) {
-    for (let name of path.split(/[\\\u0001]/)) {
-      if (name.endsWith(".exe")) name = name.slice(0, -4);
-      if (name.startsWith("Tsrn.Url.")) name = name.slice(9);
-      if (name.endsWith(suffix)) give(name, path);
-    }
-    if (!path.includes(mark)) continue;
-    if (path.startsWith(classes)) {
-      const [head, ...rest] = path.slice(classes.length).split("\\");
-      const starts = textOf(data).startsWith(`"${story.folder}\\`) && textOf(data).match(/^"([^"]*)"/)[1];
-      if (starts && head.endsWith("_auto_file")) claims.set(head, nameOf(starts).slice(0, -4));
-      if (rest[0] === "OpenWithList" && rest[1]?.endsWith(mark)) append(offers, head, rest[1].slice(0, -5));
-      if (rest[0]?.startsWith("OpenWithProgids" + mark)) append(progIds, head, rest[0].split(mark)[1]);
-    }
-  }
-  const schemes = new Map(), capable = new Map();
-  for (const [path] of state.registry) {
-    const associated = path.startsWith(tools) && path.match(/\\([^\\]*)\\Capabilities\\URLAssociations\u0001(.*)$/);
-    if (!associated) continue;
-    append(schemes, associated[2], associated[1]);
-    append(capable, associated[1], associated[2]);
-  }
-  for (const [path] of state.registry) {
-    if (!path.startsWith(classes)) continue;
-    const head = path.slice(classes.length).split(/[\\\u0001]/)[0];
-    const claimed = claims.get(head) ?? (path.includes("OpenWithProgids" + mark) && claims.get(path.split(mark)[1]));
-    if (claimed) give(claimed, path);
-    if (textOf(state.registry.get(classes + head + mark)) === `URL:${head}${suffix}`) {
-      for (const app of schemes.get(head) ?? []) give(app, path);
-    }
-  }
-  const apps = new Map();
-  for (const [path, launcher] of state.launchers) apps.set(nameOf(path).slice(0, -4), {path, ...launcher});
-  return Object.assign(state, {own, claims, offers, progIds, schemes, capable, apps});
+  state.own = new Map();
+  for (const [path, app] of state.owners) (state.own.get(app) ?? state.own.set(app, []).get(app)).push(path);
+  state.apps = new Map([...state.launchers].map(([path, launcher]) => [nameOf(path).slice(0, -4), {path, ...launcher}]));
+  return states[index] = state;
 }
 
 // What differs between a step and the one before; the first step is where the story starts from.
@@ -111,26 +70,6 @@ function appMarks(index) {
 }
 
 const listed = (state, app) => state.catalogue.find(each => each.name + suffix === app);
-
-// Why a type or scheme opens as it does: [reason, application or program, words].
-function whoOpensType(state, extension) {
-  const text = textOf(state.registry.get(classes + extension + mark));
-  const claim = extension.slice(1) + "_auto_file", owner = state.claims.get(claim);
-  if (story.foreignTypes.includes(extension)) return ["foreign", null, "a program of the machine"];
-  if (text && text !== claim) return ["foreign", null, text];
-  if (text === claim && owner) return ["default", owner];
-  if (owner && state.progIds.get(extension)?.includes(claim)) return ["claimed", owner];
-  return ["nobody", null, offersOf(state, extension).length ? "the user is asked" : "no application is known"];
-}
-function whoOpensScheme(state, scheme) {
-  const apps = state.schemes.get(scheme) ?? [];
-  if (story.foreignSchemes.includes(scheme)) return ["foreign", null, "a program of the machine"];
-  const declared = textOf(state.registry.get(classes + scheme + mark));
-  if (declared && declared !== `URL:${scheme}${suffix}`) return ["foreign", null, declared];
-  if (apps.length === 1) return ["claimed", apps[0]];
-  return ["nobody", null, apps.length ? "the user is asked" : "no application is known"];
-}
-const offersOf = (state, extension) => (state.offers.get(extension) ?? []).filter(app => state.apps.has(app));
 
 // ---- Parts of the page ---------------------------------------------------------------------------------------
 
@@ -217,37 +156,32 @@ const views = {
   },
 
   opens(state) {
-    const types = new Set([...state.offers.keys(), ...state.progIds.keys()]), schemes = new Set(state.schemes.keys());
-    if (steps[step].sharing) {
-      for (const app of state.catalogue) {
-        for (const type of [...app.documentTypes, ...app.defaultTypes]) types.add("." + type);
-        app.urlSchemes.forEach(scheme => schemes.add(scheme));
-      }
-    }
-    const table = (caption, head, names, offered, opener, label) => {
-      const rows = [...names].sort(collate).map(name => [name, offered(name), opener(name)])
-        .filter(([name, apps, [reason, app, text]]) => found(label(name), reason, app, text, ...apps));
+    const table = (caption, head, isKind) => {
+      const rows = [...state.opens].filter(([name]) => isKind(name)).sort((a, b) => collate(a[0], b[0]))
+        .map(([name, {why, app, otherwise, offered}]) => [name, offered, [why, app, otherwise]])
+        .filter(([name, apps, words]) => found(name, ...words, ...apps));
       return [make("h3", {}, caption), rows.length ? make("table", {},
         make("thead", {}, make("tr", {}, [head, "Opens with", "Why", "Offered"].map(text => make("th", {scope: "col"}, text)))),
         make("tbody", {}, rows.map(([name, apps, [reason, app, text]]) => make("tr", {},
-          make("th", {scope: "row"}, label(name)),
+          make("th", {scope: "row"}, name),
           make("td", {"data-label": "Opens with"}, app ? appButton(app) : make("span", {class: "quiet"}, text)),
           make("td", {"data-label": "Why"}, make("span", {class: "why", "data-why": reason}, reason)),
           make("td", {"data-label": "Offered"}, apps.length ? apps.map(each => appButton(each)) : "–"))))) : nothing("None.")];
     };
     const every = [...state.apps.keys()].filter(app => listed(state, app)?.anyType);
+    const isAddress = name => name.endsWith(":"), capable = app => [...state.opens]
+      .filter(([name, {offered}]) => isAddress(name) && offered.includes(app)).map(([name]) => name.slice(0, -1));
     const programs = [...state.registry].filter(([path]) => path.startsWith(registered))
-      .map(([path]) => path.split(mark)[1]).filter(app => found(app, ...state.capable.get(app) ?? [])).sort(collate);
+      .map(([path]) => path.split(mark)[1]).filter(app => found(app, ...capable(app))).sort(collate);
     return [
       every.length > 0 && make("p", {class: "note"}, "Offered for every type: ", every.map(app => appButton(app))),
-      table("Files", "Type", types, name => offersOf(state, name), name => whoOpensType(state, name), name => name),
-      table("Addresses", "Scheme", schemes, name => state.schemes.get(name) ?? [], name => whoOpensScheme(state, name),
-        name => name + ":"),
+      table("Files", "Type", name => !isAddress(name)),
+      table("Addresses", "Scheme", isAddress),
       make("h3", {}, "Default programs"),
       programs.length ? make("table", {},
         make("thead", {}, make("tr", {}, ["Program", "Can open"].map(text => make("th", {scope: "col"}, text)))),
         make("tbody", {}, programs.map(app => make("tr", {}, make("th", {scope: "row"}, state.apps.has(app) ? appButton(app) : app),
-          make("td", {"data-label": "Can open"}, (state.capable.get(app) ?? []).join(", ") || "–"))))) : nothing("None is registered."),
+          make("td", {"data-label": "Can open"}, capable(app).join(", ") || "–"))))) : nothing("None is registered."),
     ];
   },
 
