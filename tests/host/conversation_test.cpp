@@ -6,7 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include "host/replies.h"
-#include "host/wire.h"
+#include "host/driver/wire.h"
 
 namespace {
 

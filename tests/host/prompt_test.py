@@ -10,7 +10,7 @@ import tempfile
 import time
 
 HOST, CATALOGUE = sys.argv[1:]
-PATIENCE = 10
+PATIENCE = 60
 
 
 class Terminal:
@@ -55,6 +55,7 @@ with tempfile.TemporaryDirectory(prefix="velomira-prompt-") as folder:
     shell.type("\x15onn\r", 'did you mean "on"')
     shell.type("on\r", "mirrors 9 applications")
     shell.process.send_signal(signal.SIGINT)
+    shell.await_(r"\^C\s+> ")
     shell.type("open a.pgn\r", "Café Chess")
     shell.type("\x04", "registry is in")
     assert shell.process.wait(PATIENCE) == 0, shell.process.returncode

@@ -5,7 +5,7 @@
 #include <random>
 #include <sstream>
 
-#include "host/replay.h"
+#include "host/story.h"
 #include "host/system.h"
 #include "support/gate_fixture.h"
 

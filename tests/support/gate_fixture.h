@@ -12,7 +12,7 @@
 #include "host/driver/gate.h"
 #include "host/prepare.h"
 #include "host/replies.h"
-#include "host/wire.h"
+#include "host/driver/wire.h"
 #include "support/guest.h"
 
 class GateTest : public GuestTest {

@@ -13,8 +13,13 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "host/png_decoder.h"
 #include "host/text.h"
+
+#define STBI_ONLY_PNG
+#define STBI_NO_STDIO
+#define STBI_NO_THREAD_LOCALS  // one thread reads images
+#define STB_IMAGE_IMPLEMENTATION
+#include <stb/stb_image.h>
 
 namespace host {
 namespace {
@@ -25,7 +30,7 @@ constexpr int largestIcon = 256;
 constexpr std::size_t longestName = 100;   // bytes; keeps every guest path below 260 characters
 constexpr std::size_t textRoom = 32748;    // data bytes of a list or details reply
 constexpr std::size_t iconsRoom = 277764;  // data bytes of an icons reply
-constexpr std::size_t itemOverhead = 12;   // per item of a reply, beside its value
+constexpr std::size_t longestKey = 255;    // UTF-16 units of a registry key's name
 
 [[noreturn]] void Refuse(const std::string& where, const std::string& why) {
   throw std::runtime_error(where + ": " + why);
@@ -52,7 +57,7 @@ Bytes ToBmp(const unsigned char* rgba, std::uint32_t width, std::uint32_t height
 }
 
 std::size_t TextItem(const std::string& text) {
-  return itemOverhead + text.size() + 1;
+  return itemHeader + text.size() + 1;
 }
 
 // Told of a field, by its JSON pointer within the application, and of what is wrong there.
@@ -66,25 +71,35 @@ void CheckText(const std::string& field, const std::string& text, const Say& say
   }
 }
 
+// Calls `each` with the place of every type and scheme, the name itself, whether it is a type, and what its
+// longest key has beside it: ".type", "type_auto_file".
+template <class Each>
+void ForEachName(const Application& app, const Each& each) {
+  const auto go = [&](const std::string& field, const std::vector<std::string>& names, bool isType,
+                      std::size_t beside) {
+    for (std::size_t i = 0; i < names.size(); ++i) each(field + std::to_string(i), names[i], isType, beside);
+  };
+  go("/documentTypes/", app.documentTypes, true, 1);
+  go("/defaultTypes/", app.defaultTypes, true, 10);
+  go("/urlSchemes/", app.urlSchemes, false, 0);
+}
+
 void FindFaults(const Application& app, const Say& say) {
   CheckText("/name", app.name, say);
   CheckText("/bundleId", app.bundleId, say);
   if (app.name.find_first_of("<>:\"/\\|?*") != std::string::npos) say("/name", "name cannot name a file");
   if (app.name.size() > longestName) say("/name", "name is longer than 100 bytes");
-  std::size_t details = itemOverhead + 4;
-  for (const auto& [field, names] :
-       {std::pair{"/documentTypes/", &app.documentTypes}, std::pair{"/defaultTypes/", &app.defaultTypes},
-        std::pair{"/urlSchemes/", &app.urlSchemes}}) {
-    for (std::size_t i = 0; i < names->size(); ++i) {
-      const std::string &name = (*names)[i], at = field + std::to_string(i);
-      CheckText(at, name, say);
-      if (name.find('\\') != std::string::npos) say(at, "\"" + name + "\" holds a backslash");
-      details += TextItem(name);
+  std::size_t details = itemHeader + 4, icons = 0;
+  ForEachName(app, [&](const std::string& at, const std::string& name, bool, std::size_t beside) {
+    CheckText(at, name, say);
+    if (Widen(name).size() + beside > longestKey) {
+      say(at, "\"" + name.substr(0, 20) + "...\" makes a registry key of more than 255 characters");
     }
-  }
+    if (name.find('\\') != std::string::npos) say(at, "\"" + name + "\" holds a backslash");
+    details += TextItem(name);
+  });
   if (details > textRoom) say("", "types and schemes do not fit in one reply");
-  std::size_t icons = 0;
-  for (const Icon& icon : app.icons) icons += itemOverhead + icon.bmp.size();
+  for (const Icon& icon : app.icons) icons += itemHeader + icon.bmp.size();
   if (icons > iconsRoom) {
     say("/icons", "icons take " + WithThousands(icons) + " bytes as bitmaps, one reply holds " +
                       WithThousands(iconsRoom));
@@ -92,31 +107,21 @@ void FindFaults(const Application& app, const Say& say) {
 }
 
 void FindOddities(const Application& app, const Say& say) {
-  for (const auto& [field, types] :
-       {std::pair{"/documentTypes/", &app.documentTypes}, std::pair{"/defaultTypes/", &app.defaultTypes}}) {
-    for (std::size_t i = 0; i < types->size(); ++i) {
-      if ((*types)[i].find('.') != std::string::npos)
-        say(field + std::to_string(i), "the type \"" + (*types)[i] + "\" holds a dot");
-    }
-  }
   const std::regex scheme("[A-Za-z][-A-Za-z0-9+.]*");
-  for (std::size_t i = 0; i < app.urlSchemes.size(); ++i) {
-    if (!std::regex_match(app.urlSchemes[i], scheme)) {
-      say("/urlSchemes/" + std::to_string(i), "no address has the scheme \"" + app.urlSchemes[i] + "\"");
-    }
-  }
+  ForEachName(app, [&](const std::string& at, const std::string& name, bool isType, std::size_t) {
+    if (isType && name.find('.') != std::string::npos) say(at, "the type \"" + name + "\" holds a dot");
+    if (!isType && !std::regex_match(name, scheme)) say(at, "no address has the scheme \"" + name + "\"");
+  });
   for (std::size_t i = 0; i < app.icons.size(); ++i) {
-    if (app.icons[i].bmp.empty()) continue;  // it could not be read
-    const std::string at = "/icons/" + std::to_string(i);
-    const std::uint32_t width = GetU32(app.icons[i].bmp, 18), height = GetU32(app.icons[i].bmp, 22);
-    if (width != height) {
-      say(at, "the icon is not square: " + std::to_string(width) + " by " + std::to_string(height));
-    }
-    for (std::size_t other = 0; other < i; ++other) {
-      if (app.icons[other].size == app.icons[i].size && app.icons[other].accepted == app.icons[i].accepted) {
-        say(at, "there are two icons of " + std::to_string(width) + " pixels");
-        break;
-      }
+    const Icon& icon = app.icons[i];
+    if (icon.bmp.empty()) continue;  // it could not be read
+    const std::string at = "/icons/" + std::to_string(i), width = std::to_string(GetU32(icon.bmp, 18)),
+                      height = std::to_string(GetU32(icon.bmp, 22));
+    if (width != height) say(at, "the icon is not square: " + width + " by " + height);
+    if (std::any_of(
+            app.icons.begin(), app.icons.begin() + static_cast<std::ptrdiff_t>(i),
+            [&](const Icon& other) { return other.size == icon.size && other.accepted == icon.accepted; })) {
+      say(at, "there are two icons of " + width + " pixels");
     }
   }
 }
@@ -136,17 +141,9 @@ class Reader {
     const json root = Parse();
     if (!remarks_.empty() && remarks_.back().isFault) return apps;
     if (root.is_object() && !root.contains("applications")) Say("", "the list \"applications\" is missing");
-    for (const auto& [key, value] : Take<std::map<std::string, json>>(root, "")) {
-      if (key == "$schema") continue;
-      if (key != "applications") {
-        Say("/" + key, "unknown field \"" + key + "\"");
-        continue;
-      }
-      for (const json& each : Take<std::vector<json>>(value, "/applications")) {
-        const std::string at = "/applications/" + std::to_string(apps.size());
-        apps.emplace_back(at, ApplicationOf(each, at));
-      }
-    }
+    ReadFields(root, "",
+               {{"$schema", [](const json&, const std::string&) {}},
+                {"applications", List(apps, &Reader::ApplicationOf)}});
     return apps;
   }
 
@@ -223,19 +220,34 @@ class Reader {
     }
   }
 
+  // What reads a value and is told its JSON pointer.
+  using Field = std::function<void(const json& value, const std::string& at)>;
+
+  void ReadFields(const json& object, const std::string& where, const std::map<std::string, Field>& fields) {
+    for (const auto& [key, value] : Take<std::map<std::string, json>>(object, where)) {
+      const std::string at = where + "/" + key;
+      const auto field = fields.find(key);
+      field == fields.end() ? Say(at, "unknown field \"" + key + "\"") : field->second(value, at);
+    }
+  }
+
+  Field Text(std::string& to) {
+    return [&](const json& value, const std::string& at) { to = TextOf(value, at); };
+  }
+  template <class T>
+  Field List(std::vector<T>& to, T (Reader::*read)(const json&, const std::string&)) {
+    return [this, &to, read](const json& value, const std::string& at) {
+      for (const json& item : Take<std::vector<json>>(value, at)) {
+        to.push_back((this->*read)(item, at + "/" + std::to_string(to.size())));
+      }
+    };
+  }
+
   // A text that cannot be read is stood in for by one that is no fault itself.
   std::string TextOf(const json& value, const std::string& at) {
     const std::size_t before = remarks_.size();
     auto text = Take<std::string>(value, at);
     return remarks_.size() == before ? text : "unreadable" + std::to_string(before);
-  }
-
-  std::vector<std::string> TextsOf(const json& value, const std::string& at) {
-    std::vector<std::string> texts;
-    for (const json& item : Take<std::vector<json>>(value, at)) {
-      texts.push_back(TextOf(item, at + "/" + std::to_string(texts.size())));
-    }
-    return texts;
   }
 
   // "file.png", or {"file": "file.png", "format": "bmp24"} for one that the guest is to refuse.
@@ -244,15 +256,7 @@ class Reader {
     if (value.is_string()) {
       file = value.get<std::string>();
     } else {
-      for (const auto& [key, field] : Take<std::map<std::string, json>>(value, at)) {
-        if (key == "file") {
-          file = TextOf(field, at + "/file");
-        } else if (key == "format") {
-          format = TextOf(field, at + "/format");
-        } else {
-          Say(at + "/" + key, "unknown field \"" + key + "\"");
-        }
-      }
+      ReadFields(value, at, {{"file", Text(file)}, {"format", Text(format)}});
       if (format != "bmp32" && format != "bmp24") Say(at + "/format", "unknown format \"" + format + "\"");
     }
     try {
@@ -264,31 +268,18 @@ class Reader {
     }
   }
 
-  Application ApplicationOf(const json& value, const std::string& where) {
+  std::pair<std::string, Application> ApplicationOf(const json& object, const std::string& where) {
     Application app;
-    for (const auto& [key, field] : Take<std::map<std::string, json>>(value, where)) {
-      const std::string at = where + "/" + key;
-      if (key == "bundleId") {
-        app.bundleId = TextOf(field, at);
-      } else if (key == "name") {
-        app.name = TextOf(field, at);
-      } else if (key == "documentTypes") {
-        app.documentTypes = TextsOf(field, at);
-      } else if (key == "defaultTypes") {
-        app.defaultTypes = TextsOf(field, at);
-      } else if (key == "urlSchemes") {
-        app.urlSchemes = TextsOf(field, at);
-      } else if (key == "anyType") {
-        app.anyType = Take<bool>(field, at);
-      } else if (key == "icons") {
-        for (const json& icon : Take<std::vector<json>>(field, at)) {
-          app.icons.push_back(IconOf(icon, at + "/" + std::to_string(app.icons.size())));
-        }
-      } else {
-        Say(at, "unknown field \"" + key + "\"");
-      }
-    }
-    return app;
+    ReadFields(
+        object, where,
+        {{"bundleId", Text(app.bundleId)},
+         {"name", Text(app.name)},
+         {"documentTypes", List(app.documentTypes, &Reader::TextOf)},
+         {"defaultTypes", List(app.defaultTypes, &Reader::TextOf)},
+         {"urlSchemes", List(app.urlSchemes, &Reader::TextOf)},
+         {"anyType", [&](const json& value, const std::string& at) { app.anyType = Take<bool>(value, at); }},
+         {"icons", List(app.icons, &Reader::IconOf)}});
+    return {where, app};
   }
 
   std::filesystem::path folder_;
@@ -348,23 +339,23 @@ Catalogue Catalogue::Load(const std::filesystem::path& folder) {
 Catalogue Catalogue::Check(const std::filesystem::path& folder, std::vector<Remark>& remarks) {
   Reader reader(folder, remarks);
   Catalogue catalogue;
-  for (auto& [at, app] : reader.Read()) {
-    const auto say = [&, where = at](bool isFault) {
-      return [&reader, where, isFault](const std::string& field, const std::string& why) {
-        reader.Say(where + field, why, isFault);
-      };
+  for (auto& [where, app] : reader.Read()) {
+    bool isFault = true;
+    const Say say = [&](const std::string& field, const std::string& why) {
+      reader.Say(where + field, why, isFault);
     };
-    FindFaults(app, say(true));
-    catalogue.FindConflicts(app, say(true));
-    FindOddities(app, say(false));
+    FindFaults(app, say);
+    catalogue.FindConflicts(app, say);
+    isFault = false;
+    FindOddities(app, say);
     catalogue.applications_.push_back(std::move(app));
   }
   return catalogue;
 }
 
 const Application* Catalogue::Find(std::string_view name) const {
-  const auto found = std::find_if(applications_.begin(), applications_.end(),
-                                  [&](const Application& app) { return EqualNoCase(app.name, name); });
+  const auto found = std::ranges::find_if(
+      applications_, [&](const Application& app) { return EqualNoCase(app.name, name); });
   return found == applications_.end() ? nullptr : &*found;
 }
 

@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "host/wire.h"
+#include "host/driver/wire.h"
 
 namespace host {
 

@@ -1,13 +1,11 @@
 // The commands that look at a guest and change nothing in it.
-#include <fstream>
 #include <iostream>
-#include <memory>
 
 #include "host/commands.h"
 #include "host/export.h"
 #include "host/judge.h"
-#include "host/launcher_view.h"
 #include "host/pictures.h"
+#include "host/places.h"
 #include "host/report.h"
 #include "host/system.h"
 #include "host/text.h"
@@ -16,53 +14,54 @@
 namespace host {
 namespace {
 
-struct LookOptions : GuestOptions {
-  bool off = false, strict = false, json = false;
-  std::string regFile, jsonFile, application, pngFolder, other, page;
-
-  void OpenGuest() const { host::OpenGuest(PathOf(guest), GuestUse::Look); }
-};
+void OpenGuest(const Options& options) {
+  OpenGuest(PathOf(options.guest), GuestUse::Look);
+}
 
 // The catalogue that is named, or else the one that the guest was played with last.
-Catalogue CatalogueOf(const LookOptions& options) {
+Catalogue CatalogueOf(const Options& options) {
   if (!options.catalogue.empty()) return Catalogue::Load(PathOf(options.catalogue));
   const std::filesystem::path kept = GuestCatalogue();
-  if (!kept.empty() && exists(kept)) return Catalogue::Load(kept);
+  if (exists(kept)) return Catalogue::Load(kept);
   if (options.off) return {};
   throw CLI::RequiredError("--catalogue");
 }
 
-int Verify(const LookOptions& options) {
-  options.OpenGuest();
+int Verify(const Options& options) {
+  OpenGuest(options);
   const std::vector<Finding> findings = Judge(TakeSnapshot(), CatalogueOf(options), !options.off);
-  options.json ? PrintFindingsAsJson(std::cout, findings) : PrintFindings(std::cout, findings);
+  options.asJson ? PrintFindingsAsJson(std::cout, findings) : PrintFindings(std::cout, findings);
   return findings.size() > (options.strict ? 0 : CountKept(findings)) ? 1 : 0;
 }
 
-int Export(const LookOptions& options) {
-  if (options.regFile.empty() && options.jsonFile.empty()) throw CLI::RequiredError("--reg or --json");
-  options.OpenGuest();
-  if (!options.regFile.empty()) WriteFileWhole(PathOf(options.regFile), RegistryAsReg());
-  if (!options.jsonFile.empty()) WriteFileWhole(PathOf(options.jsonFile), GuestAsJson());
+int Export(const Options& options) {
+  if (options.reg.empty() && options.json.empty()) throw CLI::RequiredError("--reg or --json");
+  OpenGuest(options);
+  if (!options.reg.empty()) WriteFileWhole(PathOf(options.reg), RegistryAsReg());
+  if (!options.json.empty()) WriteFileWhole(PathOf(options.json), GuestAsJson());
   return 0;
 }
 
-int WriteReport(const LookOptions& options) {
-  options.OpenGuest();
+int WriteReport(const Options& options) {
+  OpenGuest(options);
   const std::filesystem::path kept = options.catalogue.empty() ? GuestCatalogue() : PathOf(options.catalogue);
-  const bool isPlain = options.catalogue.empty() && (kept.empty() || !exists(kept));
   Report report;
+  const bool isPlain = options.catalogue.empty() && !exists(kept);
   report.AddStep("The guest as it is", TakeSnapshot(), isPlain ? Catalogue() : Catalogue::Load(kept));
-  report.Write(PathOf(options.page));
+  report.Write(PathOf(options.report));
   return 0;
 }
 
-int ExportIcons(const LookOptions& options) {
-  options.OpenGuest();
-  const std::string path = LauncherFolder() + "\\" + options.application + " (Mac).exe";
-  const std::vector<LauncherIcon> icons = ReadLauncherFile(path).icons;
-  if (icons.empty()) throw std::runtime_error(path + ": no launcher with icons");
-  const std::filesystem::path folder = PathOf(options.pngFolder);
+int ExportIcons(const Options& options) {
+  OpenGuest(options);
+  const std::vector<LauncherIcon> icons = ReadLauncherFile(PathOfLauncher(options.application)).icons;
+  if (icons.empty()) {
+    std::vector<std::string> names;
+    for (const auto& [path, launcher] : TakeSnapshot().launchers) names.push_back(launcher.name);
+    throw std::runtime_error(options.application + ": no launcher with icons" +
+                             DidYouMean(options.application, names));
+  }
+  const std::filesystem::path folder = PathOf(options.png);
   create_directories(folder);
   for (const LauncherIcon& icon : icons) {
     const std::filesystem::path file =
@@ -73,8 +72,8 @@ int ExportIcons(const LookOptions& options) {
   return 0;
 }
 
-int Diff(const LookOptions& options) {
-  options.OpenGuest();
+int Diff(const Options& options) {
+  OpenGuest(options);
   const Snapshot before = TakeSnapshot();
   OpenGuest(PathOf(options.other), GuestUse::Look);
   const bool differ = PrintDifference(std::cout, before, TakeSnapshot());
@@ -84,38 +83,29 @@ int Diff(const LookOptions& options) {
 
 }  // namespace
 
-void AddGuestCommands(CLI::App& tool, Action& action) {
-  const auto options = std::make_shared<LookOptions>();
-  const auto add = [&](const char* name, const char* help, int (*run)(const LookOptions&)) -> CLI::App& {
-    CLI::App& command = *tool.add_subcommand(name, help);
-    command.callback([options, run, &action] { action = [options, run] { return run(*options); }; });
-    return command;
-  };
-  CLI::App& verify = add("verify", "Judge a guest by what a catalogue asks for", Verify);
-  options->AddCatalogue(verify, false);
-  options->AddGuest(verify);
-  verify.add_flag("--off", options->off, "Sharing is off: nothing but the documented residue may be there");
-  verify.add_flag("--strict", options->strict, "What is kept on purpose is a difference, too");
-  verify.add_flag("--json", options->json, "The findings for programs");
+void CommandLine::AddGuestCommands() {
+  CLI::App& verify = Add("verify", "Judge a guest by what a catalogue asks for", Verify);
+  verify.add_flag("--off", options_.off, "Sharing is off: nothing but the documented residue may be there");
+  verify.add_flag("--strict", options_.strict, "What is kept on purpose is a difference, too");
+  verify.add_flag("--json", options_.asJson, "The findings for programs");
 
-  CLI::App& exported = add("export", "Write what a guest holds for other programs", Export);
-  options->AddGuest(exported);
-  exported.add_option("--reg", options->regFile, "File for a registry editor to import");
-  exported.add_option("--json", options->jsonFile, "File for files, launchers and registry as JSON");
+  CLI::App& exported = Add("export", "Write what a guest holds for other programs", Export);
+  exported.add_option("--reg", options_.reg, "File for a registry editor to import");
+  exported.add_option("--json", options_.json, "File for files, launchers and registry as JSON");
 
-  CLI::App& report = add("report", "Write a guest as a page to look at", WriteReport);
-  report.add_option("page", options->page, "HTML file")->required();
-  options->AddCatalogue(report, false);
-  options->AddGuest(report);
+  CLI::App& report = Add("report", "Write a guest as a page to look at", WriteReport);
+  report.add_option("page", options_.report, "HTML file")->required();
 
-  CLI::App& icons = add("icons", "Write the icons that a launcher carries", ExportIcons);
-  options->AddGuest(icons);
-  icons.add_option("application", options->application, "The application's name")->required();
-  icons.add_option("--png", options->pngFolder, "Folder for the PNG files")->required();
+  CLI::App& icons = Add("icons", "Write the icons that a launcher carries", ExportIcons);
+  icons.add_option("application", options_.application, "The application's name")->required();
+  icons.add_option("--png", options_.png, "Folder for the PNG files")->required();
 
-  CLI::App& diff = add("diff", "Say in what the second guest differs from the first", Diff);
-  diff.add_option("guest1", options->guest, "A guest's folder")->required();
-  diff.add_option("guest2", options->other, "Another's")->required();
+  for (CLI::App* command : {&verify, &report}) AddCatalogue(*command, false);
+  for (CLI::App* command : {&verify, &exported, &report, &icons}) AddGuest(*command);
+
+  CLI::App& diff = Add("diff", "Say in what the second guest differs from the first", Diff);
+  diff.add_option("guest1", options_.guest, "A guest's folder")->required();
+  diff.add_option("guest2", options_.other, "Another's")->required();
 }
 
 }  // namespace host

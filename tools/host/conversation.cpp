@@ -1,59 +1,48 @@
 // Reading what was said: every field by its name, and why the rest cannot be read where that is so.
 #include "host/conversation.h"
 
-#include <algorithm>
+#include <map>
 #include <nlohmann/json.hpp>
 
+#include "host/driver/wire.h"
 #include "host/text.h"
-#include "host/wire.h"
 
 namespace host {
 namespace {
 
-constexpr std::uint32_t announce = 1, sharing = 100, list = 102, icons = 103, details = 104;
+// Of a number its name, or else the number behind a word.
+std::string NameOf(std::uint32_t number, const std::map<std::uint32_t, const char*>& names,
+                   const char* word) {
+  const auto found = names.find(number);
+  return found != names.end() ? found->second : word + std::to_string(number);
+}
 
 std::string NameOfItem(Direction direction, std::uint32_t code, const Item& item) {
-  if (direction == Direction::Request) {
-    if (item.type == numberItem) return "room";
-    if (item.type == textItem) return code == list ? "pattern" : "bundleId";
-  }
-  switch (item.type) {
-    case bitmapItem:
-      return "icon";
-    case textItem:
-      if (code == list) return item.index % 2 == 0 ? "bundleId" : "name";
-      return "documentType";
-    case flagItem:
-      return "anyType";
-    case defaultTypeItem:
-      return "defaultType";
-    case schemeItem:
-      return "urlScheme";
-    default:
-      return "type " + std::to_string(item.type);
-  }
+  const bool asks = direction == Direction::Request, ofList = code == listCode;
+  if (asks && item.type == numberItem) return "room";
+  if (asks && item.type == textItem) return ofList ? "pattern" : "bundleId";
+  if (ofList && item.type == textItem) return item.index % 2 == 0 ? "bundleId" : "name";
+  return NameOf(item.type,
+                {{bitmapItem, "icon"},
+                 {textItem, "documentType"},
+                 {flagItem, "anyType"},
+                 {defaultTypeItem, "defaultType"},
+                 {schemeItem, "urlScheme"}},
+                "type ");
 }
 
 std::string ValueOfItem(const Item& item) {
-  std::string size = WithThousands(item.value.size()) + " bytes";
-  switch (item.type) {
-    case numberItem:
-    case flagItem:
-      return item.value.size() < 4 ? size : std::to_string(GetU32(item.value, 0));
-    case bitmapItem:
-      if (item.value.size() < 54) return size;
-      return std::to_string(GetU32(item.value, 18)) + " x " + std::to_string(GetU32(item.value, 22)) + ", " +
-             std::to_string(GetU16(item.value, 28)) + " bits, " + size;
-    case textItem:
-    case defaultTypeItem:
-    case schemeItem: {
-      const auto end = std::find(item.value.begin(), item.value.end(), std::byte{0});
-      return {reinterpret_cast<const char*>(item.value.data()),
-              static_cast<std::size_t>(end - item.value.begin())};
-    }
-    default:
-      return size;
+  const std::string size = WithThousands(item.value.size()) + " bytes";
+  if (item.type == textItem || item.type == defaultTypeItem || item.type == schemeItem) {
+    const std::string text(reinterpret_cast<const char*>(item.value.data()), item.value.size());
+    return text.substr(0, text.find('\0'));
   }
+  if ((item.type == numberItem || item.type == flagItem) && item.value.size() >= 4) {
+    return std::to_string(GetU32(item.value, 0));
+  }
+  if (item.type != bitmapItem || item.value.size() < 54) return size;
+  return std::to_string(GetU32(item.value, 18)) + " x " + std::to_string(GetU32(item.value, 22)) + ", " +
+         std::to_string(GetU16(item.value, 28)) + " bits, " + size;
 }
 
 }  // namespace
@@ -63,12 +52,13 @@ const char* NameOf(Direction direction) {
 }
 
 std::string NameOfCode(std::uint32_t code) {
-  for (const auto& [known, name] :
-       {std::pair{announce, "announce"}, std::pair{sharing, "sharing"}, std::pair{list, "list"},
-        std::pair{icons, "icons"}, std::pair{details, "details"}}) {
-    if (code == known) return name;
-  }
-  return std::to_string(code);
+  return NameOf(code,
+                {{announceCode, "announce"},
+                 {sharingCode, "sharing"},
+                 {listCode, "list"},
+                 {iconsCode, "icons"},
+                 {detailsCode, "details"}},
+                "");
 }
 
 Message ReadMessage(Direction direction, std::span<const std::byte> envelope) {
@@ -87,7 +77,7 @@ Message ReadMessage(Direction direction, std::span<const std::byte> envelope) {
     return message;
   }
   data = data.first(size);
-  if (message.code == sharing && data.size() == 1) {
+  if (message.code == sharingCode && data.size() == 1) {
     const bool on = data[0] != std::byte{0};
     message.items.emplace_back(direction == Direction::Command ? "sharing" : "announcement",
                                on ? "on" : "off");

@@ -4,8 +4,8 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
+#include "host/driver/wire.h"
 #include "host/guest_view.h"
-#include "host/wire.h"
 
 namespace host {
 namespace {

@@ -10,8 +10,8 @@
 #include <stdexcept>
 
 #include "common/handles.h"
+#include "host/driver/wire.h"
 #include "host/launcher_view.h"
-#include "host/wire.h"
 
 namespace host {
 namespace {

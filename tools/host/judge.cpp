@@ -9,8 +9,8 @@
 
 #include "host/difference.h"
 #include "host/launcher_view.h"
+#include "host/mirror.h"
 #include "host/places.h"
-#include "host/verify.h"
 
 namespace host {
 namespace {
@@ -27,7 +27,7 @@ class Judgement {
     std::erase_if(clean.registry, [&](const auto& entry) { return PlaceOf(guest_.registry, entry.first); });
     if (sharing_) {
       for (const std::string& key : {applicationsKey, toolsKey, registeredKey}) clean.registry[key];
-      GuestModel model(clean, around_);
+      Mirror model(clean, around_);
       model.On(Buildable());
       expected_ = model.expected();
     } else {
@@ -66,13 +66,6 @@ class Judgement {
       buildable.Add(std::move(app));
     }
     return buildable;
-  }
-
-  std::string PathOfLauncher(const std::string& name) const {
-    return around_.launcherFolder + "\\" + name + programSuffix;
-  }
-  std::string PathOfShortcut(const std::string& name) const {
-    return around_.shortcutFolder + "\\" + name + shortcutSuffix;
   }
 
   // True when the file is there under its exact name.
@@ -124,25 +117,24 @@ class Judgement {
       ++number;
       if (icon.accepted) expected.push_back(ExpectedIcon(icon, number));
     }
-    const std::size_t both = std::min(icons.size(), expected.size());
-    for (std::size_t i = 0; i < both; ++i) {
-      if (icons[i] == expected[i]) continue;
-      const auto& is = icons[i].image;
-      const auto& must = expected[i].image;
-      const std::string icon = "the launcher's icon of " + std::to_string(icons[i].size()) + " pixels ";
+    for (std::size_t i = 0; i < std::max(icons.size(), expected.size()); ++i) {
+      const bool isMissing = i >= icons.size(), isExtra = i >= expected.size();
+      const std::string of =
+          " icon of " + std::to_string((isMissing ? expected : icons)[i].size()) + " pixels";
+      if (isMissing || isExtra) {
+        wrong(isMissing ? "the launcher lacks the" + of
+                        : "the launcher has an" + of + " that the catalogue has not");
+        continue;
+      }
+      const Bytes &is = icons[i].image, &must = expected[i].image;
       std::size_t pixels = 0;
       for (std::size_t at = 40; is.size() == must.size() && at + 4 <= is.size(); at += 4) {
         pixels += !std::equal(&is[at], &is[at] + 4, &must[at]);
       }
-      wrong(icon + (pixels != 0 ? "differs from the catalogue's in " + std::to_string(pixels) + " pixels"
-                                : "is not the catalogue's"));
-    }
-    for (std::size_t i = both; i < expected.size(); ++i) {
-      wrong("the launcher lacks the icon of " + std::to_string(expected[i].size()) + " pixels");
-    }
-    for (std::size_t i = both; i < icons.size(); ++i) {
-      wrong("the launcher has an icon of " + std::to_string(icons[i].size()) +
-            " pixels that the catalogue has not");
+      if (icons[i] == expected[i]) continue;
+      wrong("the launcher's" + of +
+            (pixels != 0 ? " differs from the catalogue's in " + std::to_string(pixels) + " pixels"
+                         : " is not the catalogue's"));
     }
   }
 

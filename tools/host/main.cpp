@@ -19,9 +19,10 @@ int Run(int argc, char** argv) {
   tool.name("velomira-host");
   tool.set_version_flag("--version", "velomira-host " VELOMIRA_VERSION);
   tool.require_subcommand(1);
-  host::Action action;
-  host::AddPlayCommands(tool, action);
-  host::AddGuestCommands(tool, action);
+  std::function<int()> action;
+  host::CommandLine commands(tool, action);
+  commands.AddPlayCommands();
+  commands.AddGuestCommands();
   try {
     tool.parse(argc, argv);
     host::OpenConsole();

@@ -7,8 +7,11 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
-#include "host/png_encoder.h"
 #include "host/text.h"
+
+#define STBI_WRITE_NO_STDIO
+#define STB_IMAGE_WRITE_IMPLEMENTATION
+#include <stb/stb_image_write.h>
 
 namespace host {
 namespace {

@@ -120,6 +120,13 @@ Opening WhoOpensScheme(const Snapshot& guest, const Surroundings& around, const 
 
 }  // namespace
 
+std::string PathOfLauncher(const std::string& name) {
+  return LauncherFolder() + "\\" + name + programSuffix;
+}
+std::string PathOfShortcut(const std::string& name) {
+  return ShortcutFolder() + "\\" + name + shortcutSuffix;
+}
+
 std::string WithoutEnd(const std::string& text, const std::string& end) {
   return text.substr(0, text.size() - end.size());
 }
@@ -147,6 +154,14 @@ std::optional<Place> PlaceOf(const Entries& registry, const std::string& path,
     return Place{WithoutEnd(name, launcherSuffix), "the entry among the registered applications"};
   }
   return std::nullopt;
+}
+
+std::vector<std::string> Unmirrored(const Catalogue& catalogue, const Snapshot& guest) {
+  std::vector<std::string> names;
+  for (const Application& app : catalogue.applications()) {
+    if (!guest.launchers.contains(PathOfLauncher(app.name))) names.push_back(app.name);
+  }
+  return names;
 }
 
 Opening WhoOpens(const Snapshot& guest, const Surroundings& around, const std::string& what) {

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "host/catalogue.h"
 #include "host/guest_view.h"
 
 namespace host {
@@ -20,6 +21,8 @@ inline const std::string applicationsKey = "HKCU\\Software\\Classes\\Application
 inline const std::string toolsKey = "HKCU\\SOFTWARE\\Tessarine\\Tessarine Tools";
 inline const std::string macAppsKey = "HKCU\\SOFTWARE\\Tessarine\\Tessarine Tools\\MacApps";
 
+std::string PathOfLauncher(const std::string& name);
+std::string PathOfShortcut(const std::string& name);
 std::string WithoutEnd(const std::string& text, const std::string& end);
 
 // What an entry is, if it carries the mark of an application.
@@ -35,6 +38,9 @@ std::optional<Place> PlaceOf(const Entries& registry, const std::string& path,
 
 // Does the key declare a scheme as a launcher's registration does?
 bool IsOurScheme(const Entries& registry, const std::string& key);
+
+// The applications of the catalogue that have no launcher.
+std::vector<std::string> Unmirrored(const Catalogue& catalogue, const Snapshot& guest);
 
 // Who opens a file of a type, or an address of a scheme.
 struct Opening {

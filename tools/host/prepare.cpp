@@ -7,10 +7,10 @@
 #include <shlobj.h>
 
 #include <filesystem>
-#include <fstream>
 #include <stdexcept>
 
 #include "host/guest_view.h"
+#include "host/pictures.h"
 #include "host/system.h"
 #include "stub/stub.h"
 
@@ -28,9 +28,7 @@ void InstallTemplate() {
     return;
   }
   const std::vector<std::byte> image = stub::MakeTemplateStub();
-  std::ofstream out(target, std::ios::binary | std::ios::trunc);
-  out.write(reinterpret_cast<const char*>(image.data()), static_cast<std::streamsize>(image.size()));
-  if (!out.flush()) throw std::runtime_error(PathText(target) + ": cannot be written");
+  WriteFileWhole(target, {reinterpret_cast<const char*>(image.data()), image.size()});
 }
 
 }  // namespace

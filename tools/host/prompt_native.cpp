@@ -1,10 +1,13 @@
 // The prompt of the native build, with the editor of the system. What was typed is kept with the guest.
 #include <histedit.h>
+#include <poll.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <clocale>
 #include <csignal>
 #include <cstdio>
+#include <cwchar>
 #include <iostream>
 
 #include "host/prompt.h"
@@ -50,6 +53,21 @@ namespace {
 
 volatile std::sig_atomic_t cancelled = 0;
 
+// Looks for a signal now and then: which thread gets it, and when, is anybody's guess.
+int ReadCharacter(EditLine*, wchar_t* to) {
+  std::mbstate_t state{};
+  while (!cancelled && !Interrupted()) {
+    pollfd input{STDIN_FILENO, POLLIN, 0};
+    char byte = 0;
+    if (poll(&input, 1, 100) <= 0) continue;
+    if (read(STDIN_FILENO, &byte, 1) != 1) return 0;
+    const std::size_t taken = std::mbrtowc(to, &byte, 1, &state);
+    if (taken <= 1) return 1;
+    if (taken == static_cast<std::size_t>(-1)) state = {};  // no character: it is left out
+  }
+  return -1;
+}
+
 }  // namespace
 
 Prompt::Prompt(Completer completer) : editor_(new Editor{std::move(completer)}) {
@@ -65,6 +83,7 @@ Prompt::Prompt(Completer completer) : editor_(new Editor{std::move(completer)}) 
         return prompt;
       });
   el_set(editor.line, EL_EDITOR, "emacs");
+  el_set(editor.line, EL_GETCFN, ReadCharacter);
   el_set(editor.line, EL_HIST, history, editor.history);
   el_set(editor.line, EL_ADDFN, "complete", "completes a word", Editor::Complete);
   el_set(editor.line, EL_BIND, "^I", "complete", nullptr);

@@ -4,7 +4,7 @@
 #include <span>
 #include <stdexcept>
 
-#include "host/wire.h"
+#include "host/driver/wire.h"
 
 namespace host {
 namespace {

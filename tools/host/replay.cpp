@@ -1,12 +1,12 @@
 // The recorded host. It answers a request with what was answered then to the same bytes; a request that was
 // not made then, and one that is not made now, are differences.
-#include "host/replay.h"
-
 #include <algorithm>
 #include <mutex>
 #include <ostream>
 
 #include "host/session.h"
+#include "host/story.h"
+#include "host/trace.h"
 #include "host/tree.h"
 
 namespace host {
@@ -23,11 +23,9 @@ class Player {
  public:
   Player(std::ostream& out, const Trace& trace, const SessionOptions& options)
       : out_(out), trace_(trace), session_(options.module, options.limit) {
-    session_.conversation().Listen([this](const Exchange& exchange) {
-      if (exchange.direction == Direction::Request)
-        asked_.assign(exchange.bytes.begin(), exchange.bytes.end());
+    session_.AnswerBy([this](std::span<const std::byte> envelope) {
+      return Answer({envelope.begin(), envelope.end()});
     });
-    session_.Bend([this](const Question& question, Reply& reply) { Answer(question, reply); });
   }
 
   bool Play() {
@@ -58,19 +56,18 @@ class Player {
     }
   }
 
-  void Answer(const Question& question, Reply& reply) {
+  Reply Answer(const Bytes& asked) {
     std::lock_guard lock(mutex_);
     const auto found =
-        std::ranges::find_if(expected_, [&](std::size_t i) { return trace_.lines[i].bytes == asked_; });
+        std::ranges::find_if(expected_, [&](std::size_t i) { return trace_.lines[i].bytes == asked; });
     if (found == expected_.end()) {
-      odd_.push_back("the guest asks what it did not ask then: " + Shown(asked_));
-      reply = {.bytes = Envelope(question.code, {}, static_cast<std::uint32_t>(Result::BadRequest))};
-      return;
+      odd_.push_back("the guest asks what it did not ask then: " + Shown(asked));
+      return {.bytes =
+                  Envelope(ReadQuestion(asked).code, {}, static_cast<std::uint32_t>(Result::BadRequest))};
     }
     const TraceLine& answer = trace_.lines[*found + 1];
-    reply.bytes = answer.bytes;
-    reply.status = answer.fields.at("status");
     expected_.erase(found);
+    return {.bytes = answer.bytes, .status = answer.fields.at("status")};
   }
 
   void Compare(const TraceLine& line) {
@@ -90,7 +87,6 @@ class Player {
   std::ostream& out_;
   const Trace& trace_;
   bool same_ = true;
-  Bytes asked_;       // the request under way; used by the module's thread alone
   std::mutex mutex_;  // guards what follows: the module's thread uses it too
   std::vector<std::size_t> expected_;
   std::vector<std::string> odd_;

@@ -2,13 +2,9 @@
 #include "host/replies.h"
 
 #include <algorithm>
-#include <cstring>
 
 namespace host {
 namespace {
-
-constexpr std::uint32_t announceRequest = 1, sharingState = 100, getList = 102, getIcons = 103,
-                        getDetails = 104;
 
 void AddTexts(Items& items, std::uint32_t type, const std::vector<std::string>& texts) {
   for (const std::string& text : texts) items.Text(type, text);
@@ -18,14 +14,6 @@ void AddTexts(Items& items, std::uint32_t type, const std::vector<std::string>& 
 std::span<const std::byte> TakeValue(std::span<const std::byte>& data, std::uint32_t type) {
   Item item;
   return TakeItem(data, item) && item.type == type ? item.value : std::span<const std::byte>();
-}
-
-Items ListItems(const Catalogue& catalogue) {
-  Items items;
-  for (const Application& app : catalogue.applications()) {
-    items.Text(textItem, app.bundleId).Text(textItem, app.name);
-  }
-  return items;
 }
 
 Items IconItems(const Application& app) {
@@ -53,7 +41,7 @@ Question ReadQuestion(std::span<const std::byte> envelope) {
   auto data = envelope.subspan(envelopeHeader);
   if (GetU32(envelope, 4) != 3 || dataSize > data.size()) return question;
   data = data.first(dataSize);
-  if (question.code == sharingState) {
+  if (question.code == sharingCode) {
     question.valid = dataSize == 1 && data[0] == std::byte{1};
     return question;
   }
@@ -68,32 +56,34 @@ Question ReadQuestion(std::span<const std::byte> envelope) {
 
 Reply AnswerCommand(const Catalogue& catalogue, std::span<const std::byte> envelope) {
   const Question question = ReadQuestion(envelope);
-  const auto answer = [&](Result result, const Items& items = {}) {
-    return Reply{.bytes = Envelope(question.code, items.bytes(), static_cast<std::uint32_t>(result))};
-  };
-  const auto answerInRoom = [&](const Items& items) {
-    return items.bytes().size() > question.room ? answer(Result::NoRoom) : answer(Result::Done, items);
-  };
-  if (!question.valid) return answer(Result::BadRequest);
-  if (question.code == sharingState) return answer(Result::Done);
-  if (question.code == getList) {
-    return question.argument == "*" ? answerInRoom(ListItems(catalogue)) : answer(Result::BadRequest);
-  }
-  if (question.code != getIcons && question.code != getDetails) return answer(Result::BadRequest);
   const auto& apps = catalogue.applications();
-  const auto app = std::find_if(apps.begin(), apps.end(),
-                                [&](const Application& each) { return each.bundleId == question.argument; });
-  if (app == apps.end()) return answer(Result::UnknownApplication);
-  return answerInRoom(question.code == getIcons ? IconItems(*app) : DetailItems(*app));
+  const auto app = std::ranges::find(apps, question.argument, &Application::bundleId);
+  Items items;
+  Result result = question.valid ? Result::Done : Result::BadRequest;
+  if (!question.valid || question.code == sharingCode) {  // there is nothing to tell
+  } else if (question.code == listCode && question.argument == "*") {
+    for (const Application& each : apps) items.Text(textItem, each.bundleId).Text(textItem, each.name);
+  } else if (question.code != iconsCode && question.code != detailsCode) {
+    result = Result::BadRequest;
+  } else if (app == apps.end()) {
+    result = Result::UnknownApplication;
+  } else {
+    items = question.code == iconsCode ? IconItems(*app) : DetailItems(*app);
+  }
+  if (items.bytes().size() > question.room) {
+    items = {};
+    result = Result::NoRoom;
+  }
+  return {.bytes = Envelope(question.code, items.bytes(), static_cast<std::uint32_t>(result))};
 }
 
 Bytes SharingCommand(bool on) {
   const std::byte data{static_cast<unsigned char>(on)};
-  return Envelope(sharingState, std::span(&data, 1));
+  return Envelope(sharingCode, std::span(&data, 1));
 }
 
 Bytes AnnounceCommand() {
-  return Envelope(announceRequest);
+  return Envelope(announceCode);
 }
 
 }  // namespace host

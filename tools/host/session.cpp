@@ -7,16 +7,14 @@
 #include <thread>
 
 namespace host {
-namespace {
 
-[[noreturn]] void Fail(const std::string& what) {
+[[noreturn]] static void Fail(const std::string& what) {
   throw std::runtime_error(what);
 }
 
-}  // namespace
-
 Session::Session(const std::filesystem::path& module, std::chrono::milliseconds limit)
     : limit_(limit), gate_(CreateGate()), module_(std::make_unique<Module>(module)) {
+  Share({});
   gate_->Serve([this](std::span<const std::byte> envelope) { return Answer(envelope); });
 }
 
@@ -35,33 +33,27 @@ Session::~Session() {
   }
 }
 
-void Session::Watch(Watcher watcher) {
-  std::lock_guard lock(mutex_);
-  watcher_ = std::move(watcher);
-}
-
-void Session::Bend(Bender bender) {
-  std::lock_guard lock(mutex_);
-  bender_ = std::move(bender);
-}
-
 void Session::Share(Catalogue catalogue) {
+  AnswerBy([shared = std::move(catalogue)](std::span<const std::byte> envelope) {
+    return AnswerCommand(shared, envelope);
+  });
+}
+
+void Session::AnswerBy(Answerer answerer) {
   std::lock_guard lock(mutex_);
-  catalogue_ = std::move(catalogue);
+  answerer_ = std::move(answerer);
 }
 
 Reply Session::Answer(std::span<const std::byte> envelope) {
   std::lock_guard lock(mutex_);
   const Question question = ReadQuestion(envelope);
-  if (question.code == 100) ++requests_.announcements;
-  if (question.code == 102) ++requests_.lists;
-  if (question.code == 103) ++requests_.icons;
-  if (question.code == 104) ++requests_.details;
+  requests_.announcements += question.code == sharingCode;
+  requests_.lists += question.code == listCode;
+  requests_.icons += question.code == iconsCode;
+  requests_.details += question.code == detailsCode;
   asked_.notify_all();
-  if (watcher_) watcher_(question);
   conversation_.Hear(Direction::Request, envelope);
-  Reply reply = AnswerCommand(catalogue_, envelope);
-  if (bender_) bender_(question, reply);
+  Reply reply = answerer_(envelope);
   conversation_.Hear(Direction::Reply, reply.bytes, reply.status);
   return reply;
 }

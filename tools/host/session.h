@@ -28,11 +28,8 @@ struct Requests {
 // Every failure, the time limit's too, is a std::runtime_error.
 class Session {
  public:
-  // Called on the module's thread for every request of the guest, before it is answered.
-  using Watcher = std::function<void(const Question&)>;
-
-  // Called likewise with every answer, which it may change.
-  using Bender = std::function<void(const Question&, Reply&)>;
+  // Answers the guest's requests, on the module's thread.
+  using Answerer = std::function<Reply(std::span<const std::byte> envelope)>;
 
   Session(const std::filesystem::path& module, std::chrono::milliseconds limit);
   // Stops a module that still runs. One that does not answer any more is left alone with all it uses: the
@@ -41,9 +38,8 @@ class Session {
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
 
-  void Watch(Watcher watcher);
-  void Bend(Bender bender);
-  void Share(Catalogue catalogue);  // what the guest's requests are answered from
+  void Share(Catalogue catalogue);   // what the guest's requests are answered from
+  void AnswerBy(Answerer answerer);  // instead of that
 
   void Start();  // returns after the guest's announcement
   Requests On();
@@ -54,7 +50,6 @@ class Session {
 
   bool stuck() const { return stuck_; }
   GateFacts Facts() { return gate_->Facts(); }
-  Gate& gate() { return *gate_; }
   Conversation& conversation() { return conversation_; }
 
  private:
@@ -71,9 +66,7 @@ class Session {
   bool stuck_ = false;
 
   std::mutex mutex_;  // guards what follows: the module's thread uses it too
-  Watcher watcher_;
-  Bender bender_;
-  Catalogue catalogue_;
+  Answerer answerer_;
   Requests requests_;
   std::condition_variable asked_;
 };

@@ -14,7 +14,6 @@
 #include "host/prompt.h"
 #include "host/session.h"
 #include "host/tree.h"
-#include "host/verify.h"
 
 namespace host {
 namespace {

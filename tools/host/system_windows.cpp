@@ -4,11 +4,24 @@
 #include <io.h>
 
 #include <atomic>
+#include <iostream>
 
+#include "host/prompt.h"
 #include "host/system.h"
 #include "host/text.h"
 
 namespace host {
+
+// The console itself edits lines and recalls them.
+struct Prompt::Editor {};
+Prompt::Prompt(Completer) {}
+Prompt::~Prompt() = default;
+
+std::optional<std::string> Prompt::Read() {
+  std::cout << "> " << std::flush;
+  std::string line;
+  return std::getline(std::cin, line) ? std::optional(line) : std::nullopt;
+}
 Module::Module(const std::filesystem::path& file) {
   const HMODULE library = LoadLibraryW(file.c_str());
   if (!library) {

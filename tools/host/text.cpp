@@ -6,7 +6,7 @@
 #include <numeric>
 #include <utility>
 
-#include "host/wire.h"
+#include "host/driver/wire.h"
 
 namespace host {
 namespace {

@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "host/conversation.h"
+#include "host/driver/wire.h"
 #include "host/guest_view.h"
-#include "host/wire.h"
 
 namespace host {
 
@@ -59,5 +59,11 @@ Snapshot GuestAtRest();
 // they are empty; false when that is nothing.
 bool PrintTrace(std::ostream& out, const Trace& trace, const std::string& application,
                 const std::string& code);
+
+struct SessionOptions;
+// Plays the recorded commands and answers once more, against a module of now. Says of each command whether
+// the guest asked the same and came out the same; true when all did. The guest must be as the recorded one
+// was at its beginning. Throws when the module does not go on.
+bool Replay(std::ostream& out, const Trace& trace, const SessionOptions& options);
 
 }  // namespace host

@@ -63,8 +63,7 @@ void PrintRegistry(std::ostream& out, const Snapshot& guest) {
 }
 
 bool PrintApplication(std::ostream& out, const Snapshot& guest, const std::string& name) {
-  const std::string launcher = LauncherFolder() + "\\" + name + programSuffix,
-                    link = ShortcutFolder() + "\\" + name + shortcutSuffix;
+  const std::string launcher = PathOfLauncher(name), link = PathOfShortcut(name);
   bool any = false;
   Lines lines(out);
   if (guest.launchers.contains(launcher)) {

@@ -139,6 +139,17 @@ function catalogueChanges(before, now) {
   return lines.map(([sign, text]) => make("span", {class: "tally"}, badge(sign), text));
 }
 
+const choice = (checked, text, take) => make("label", {class: "choice"}, make("input", {type: "checkbox", checked,
+  change: event => {
+    take(event.target.checked);
+    render();
+  }}), text);
+// Rows of cells, of which the first is the row's head.
+const grid = (heads, rows) => rows.length ? make("table", {},
+  make("thead", {}, make("tr", {}, heads.map(text => make("th", {scope: "col"}, text)))),
+  make("tbody", {}, rows.map(([first, ...cells]) => make("tr", {}, make("th", {scope: "row"}, first),
+    cells.map((cell, i) => make("td", {"data-label": heads[i + 1]}, cell)))))) : nothing("None.");
+
 const views = {
   menu(state) {
     const marks = appMarks(step), apps = new Set(state.apps.keys());
@@ -160,13 +171,9 @@ const views = {
       const rows = [...state.opens].filter(([name]) => isKind(name)).sort((a, b) => collate(a[0], b[0]))
         .map(([name, {why, app, otherwise, offered}]) => [name, offered, [why, app, otherwise]])
         .filter(([name, apps, words]) => found(name, ...words, ...apps));
-      return [make("h3", {}, caption), rows.length ? make("table", {},
-        make("thead", {}, make("tr", {}, [head, "Opens with", "Why", "Offered"].map(text => make("th", {scope: "col"}, text)))),
-        make("tbody", {}, rows.map(([name, apps, [reason, app, text]]) => make("tr", {},
-          make("th", {scope: "row"}, name),
-          make("td", {"data-label": "Opens with"}, app ? appButton(app) : make("span", {class: "quiet"}, text)),
-          make("td", {"data-label": "Why"}, make("span", {class: "why", "data-why": reason}, reason)),
-          make("td", {"data-label": "Offered"}, apps.length ? apps.map(each => appButton(each)) : "–"))))) : nothing("None.")];
+      return [make("h3", {}, caption), grid([head, "Opens with", "Why", "Offered"],
+        rows.map(([name, apps, [reason, app, text]]) => [name, app ? appButton(app) : make("span", {class: "quiet"}, text),
+          make("span", {class: "why", "data-why": reason}, reason), apps.length ? apps.map(each => appButton(each)) : "–"]))];
     };
     const every = [...state.apps.keys()].filter(app => listed(state, app)?.anyType);
     const isAddress = name => name.endsWith(":"), capable = app => [...state.opens]
@@ -178,10 +185,7 @@ const views = {
       table("Files", "Type", name => !isAddress(name)),
       table("Addresses", "Scheme", isAddress),
       make("h3", {}, "Default programs"),
-      programs.length ? make("table", {},
-        make("thead", {}, make("tr", {}, ["Program", "Can open"].map(text => make("th", {scope: "col"}, text)))),
-        make("tbody", {}, programs.map(app => make("tr", {}, make("th", {scope: "row"}, state.apps.has(app) ? appButton(app) : app),
-          make("td", {"data-label": "Can open"}, capable(app).join(", ") || "–"))))) : nothing("None is registered."),
+      grid(["Program", "Can open"], programs.map(app => [state.apps.has(app) ? appButton(app) : app, capable(app).join(", ") || "–"])),
     ];
   },
 
@@ -206,10 +210,7 @@ const views = {
     const searching = byId("filter").value.trim() !== "" && entries.length < 400;
     const few = [...marks.keys()].length < 400;
     return [
-      make("label", {class: "choice"}, make("input", {type: "checkbox", checked: onlyChanges, change: event => {
-        onlyChanges = event.target.checked;
-        render();
-      }}), `Only what this step changed (${number(marks.size)})`),
+      choice(onlyChanges, `Only what this step changed (${number(marks.size)})`, checked => onlyChanges = checked),
       entries.length ? make("div", {class: "tree"}, branches(root, 0, node => searching || (few && node.changed > 0)))
         : nothing("Nothing."),
     ];
@@ -219,10 +220,8 @@ const views = {
     const all = steps.flatMap((each, index) => wholeTalk || index === step ? each.conversation : []);
     const talk = all.filter(each => found(each.code, each.direction, ...each.items.flat()));
     return [
-      make("label", {class: "choice"}, make("input", {type: "checkbox", checked: wholeTalk, change: event => {
-        wholeTalk = event.target.checked;
-        render();
-      }}), `All steps (${number(steps.reduce((sum, each) => sum + each.conversation.length, 0))})`),
+      choice(wholeTalk, `All steps (${number(steps.reduce((sum, each) => sum + each.conversation.length, 0))})`,
+        checked => wholeTalk = checked),
       talk.length ? make("ol", {class: "talk"}, talk.map(each => make("li", {}, lazy(make("summary", {},
         make("span", {class: "time"}, `${each.ms.toFixed(1)} ms`),
         make("span", {class: "way", "data-way": each.direction}, {command: "host ⇢ guest", request: "guest → host",

@@ -32,8 +32,10 @@ inline std::uint32_t GetU32(std::span<const std::byte> in, std::size_t at) {
   return GetU16(in, at) | static_cast<std::uint32_t>(GetU16(in, at + 2)) << 16;
 }
 
-// What the guest sends and receives: code (1 announce request, 100 sharing state or announcement, 102 list,
-// 103 icons, 104 details), version 3, `result`, a reserved 0, the size of `data`, and `data`.
+// What the guest sends and receives: a code, version 3, `result`, a reserved 0, the size of `data`, and
+// `data`. The sharing code is the guest's announcement, too.
+inline constexpr std::uint32_t announceCode = 1, sharingCode = 100, listCode = 102, iconsCode = 103,
+                               detailsCode = 104;
 inline constexpr std::size_t envelopeHeader = 20;
 Bytes Envelope(std::uint32_t code, std::span<const std::byte> data = {}, std::uint32_t result = 0);
 

@@ -1,5 +1,5 @@
 // Envelopes, items and bitmaps.
-#include "host/wire.h"
+#include "host/driver/wire.h"
 
 namespace host {
 
