@@ -1,4 +1,5 @@
 """prompt_test.py VELOMIRA_HOST CATALOGUE: the prompt as a person at a terminal meets it."""
+import fcntl
 import os
 import pty
 import re
@@ -7,6 +8,7 @@ import signal
 import subprocess
 import sys
 import tempfile
+import termios
 import time
 
 HOST, CATALOGUE = sys.argv[1:]
@@ -19,7 +21,7 @@ class Terminal:
         self.process = subprocess.Popen(
             [HOST, "shell", "--guest", guest, "--catalogue", CATALOGUE], stdin=slave, stdout=slave, stderr=slave,
             env={**os.environ, "TERM": "vt100"}, start_new_session=True,
-            preexec_fn=lambda: __import__("fcntl").ioctl(0, __import__("termios").TIOCSCTTY, 0))
+            preexec_fn=lambda: fcntl.ioctl(0, termios.TIOCSCTTY, 0))
         os.close(slave)
         self.said = ""
         self.await_("> ")
@@ -37,10 +39,12 @@ class Terminal:
         self.said = self.said[found.end():]
 
     def type(self, keys, pattern):
+        while termios.tcgetattr(self.master)[3] & termios.ICANON:  # the editor does not read yet
+            time.sleep(0.01)
         os.write(self.master, keys.encode())
         self.await_(pattern)
         if keys.endswith(("\r", "\x03")):
-            self.await_("> ")  # the terminal is the editor's again
+            self.await_("> ")
 
 
 with tempfile.TemporaryDirectory(prefix="velomira-prompt-") as folder:

@@ -339,7 +339,8 @@ Catalogue Catalogue::Load(const std::filesystem::path& folder) {
 Catalogue Catalogue::Check(const std::filesystem::path& folder, std::vector<Remark>& remarks) {
   Reader reader(folder, remarks);
   Catalogue catalogue;
-  for (auto& [where, app] : reader.Read()) {
+  for (auto& [at, app] : reader.Read()) {
+    const std::string& where = at;
     bool isFault = true;
     const Say say = [&](const std::string& field, const std::string& why) {
       reader.Say(where + field, why, isFault);

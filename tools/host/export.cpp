@@ -74,12 +74,8 @@ std::string GuestAsJson() {
   }
   for (const auto& [path, data] : guest.registry) {
     const std::size_t mark = path.find(valueMark);
-    json& key = all["registry"][path.substr(0, mark)];
-    if (mark == std::string::npos) {
-      key = json::object();
-    } else {
-      key[path.substr(mark + 1)] = data;
-    }
+    json& key = all["registry"].emplace(path.substr(0, mark), json::object()).first.value();
+    if (mark != std::string::npos) key[path.substr(mark + 1)] = data;
   }
   return all.dump(2, ' ', false, json::error_handler_t::replace) + "\n";
 }

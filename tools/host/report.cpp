@@ -58,27 +58,20 @@ std::map<std::string, std::string> Owners(const Entries& registry, const std::st
 }
 
 // Who opens the types and schemes of the registry, and of a catalogue that is mirrored.
-std::map<std::string, json> Opens(const Snapshot& guest, const Catalogue& shared) {
-  std::map<std::string, json> opens;
-  for (const std::string& key : Subkeys(guest.registry, classesKey)) {
-    const std::string offers = classesKey + "\\" + key + "\\OpenWith";
-    if (!key.starts_with('.')) continue;
-    for (const char* kind : {"List", "Progids"}) {
-      if (guest.registry.contains(offers + kind)) opens[key];
+std::map<std::string, json, PathLess> Opens(const Snapshot& guest, const Catalogue& shared) {
+  std::map<std::string, json, PathLess> opens;
+  for (const auto& [path, data] : guest.registry) {
+    const std::size_t mark = path.find(valueMark), start = classesKey.size() + 1;
+    if (path.starts_with(classesKey + "\\.") && path.find("\\OpenWith") != std::string::npos) {
+      opens[path.substr(start, path.find('\\', start) - start)];
+    } else if (IsBelow(path, macAppsKey) && mark != std::string::npos) {
+      opens[path.substr(mark + 1) + ":"];
     }
   }
-  for (const std::string& app : Subkeys(guest.registry, macAppsKey)) {
-    const std::string schemes = macAppsKey + "\\" + app + "\\Capabilities\\URLAssociations" + valueMark;
-    for (auto i = guest.registry.lower_bound(schemes);
-         i != guest.registry.end() && i->first.starts_with(schemes); ++i) {
-      opens[i->first.substr(schemes.size()) + ":"];
-    }
-  }
-  for (const Application& app :
-       guest.launchers.empty() ? std::vector<Application>() : shared.applications()) {
-    for (const auto* types : {&app.documentTypes, &app.defaultTypes}) {
-      for (const std::string& type : *types) opens["." + type];
-    }
+  const Catalogue catalogue = guest.launchers.empty() ? Catalogue() : shared;
+  for (const Application& app : catalogue.applications()) {
+    for (const std::string& type : app.documentTypes) opens["." + type];
+    for (const std::string& type : app.defaultTypes) opens["." + type];
     for (const std::string& scheme : app.urlSchemes) opens[scheme + ":"];
   }
   const Surroundings around = LookAround();

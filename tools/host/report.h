@@ -31,8 +31,9 @@ class Report {
   nlohmann::json shared_ = nlohmann::json::array();  // in the last step
   nlohmann::json steps_ = nlohmann::json::array(), talk_ = nlohmann::json::array(),
                  icons_ = nlohmann::json::object();
-  std::map<std::string, std::string> owners_;    // of registry entries, in the last step
-  std::map<std::string, nlohmann::json> opens_;  // what types and schemes open with, in the last step
+  std::map<std::string, std::string> owners_;  // of registry entries, in the last step
+  std::map<std::string, nlohmann::json, PathLess>
+      opens_;  // what types and schemes open with, in the last step
 };
 
 }  // namespace host

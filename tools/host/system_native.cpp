@@ -22,42 +22,26 @@ std::filesystem::path RegistryFile() {
   return platform::GuestRoot() / "registry.txt";
 }
 
-// The file that makes a folder a guest. Who uses the guest holds a lock on it: a shared one to look, the only
-// one to play.
-class Mark {
- public:
-  Mark() = default;
-  ~Mark() { Close(); }
-  Mark(const Mark&) = delete;
-  Mark& operator=(const Mark&) = delete;
-
-  void Open(const std::filesystem::path& folder, GuestUse use) {
-    Close();
-    const bool play = use == GuestUse::Play;
-    const std::filesystem::path file = folder / "velomira-guest";
-    if (!exists(file)) {
-      if (!play) Refuse(folder, "is no guest: there is no file velomira-guest in it");
-      if (exists(folder) && !is_empty(folder))
-        Refuse(folder, "is no guest, and there are other things in it");
-      create_directories(folder);
-    }
-    descriptor_ = open(file.c_str(), (play ? O_RDWR | O_CREAT : O_RDONLY) | O_CLOEXEC, 0666);
-    if (descriptor_ < 0) Refuse(file, "cannot be opened");
-    struct flock lock {};
-    lock.l_type = play ? F_WRLCK : F_RDLCK;
-    if (fcntl(descriptor_, F_SETLK, &lock) == 0) return;
-    fcntl(descriptor_, F_GETLK, &lock);
-    Refuse(folder, "is in use by another velomira-host, process " + std::to_string(lock.l_pid));
+// The file that makes a folder a guest. Who uses the guest holds a lock on it, until it uses another: a
+// shared one to look, the only one to play.
+void TakeMark(const std::filesystem::path& folder, GuestUse use) {
+  static int descriptor = -1;
+  if (descriptor >= 0) close(descriptor);
+  const bool play = use == GuestUse::Play;
+  const std::filesystem::path file = folder / "velomira-guest";
+  if (!exists(file)) {
+    if (!play) Refuse(folder, "is no guest: there is no file velomira-guest in it");
+    if (exists(folder) && !is_empty(folder)) Refuse(folder, "is no guest, and there are other things in it");
+    create_directories(folder);
   }
-
- private:
-  void Close() {
-    if (descriptor_ >= 0) close(descriptor_);
-    descriptor_ = -1;
-  }
-
-  int descriptor_ = -1;
-};
+  descriptor = open(file.c_str(), (play ? O_RDWR | O_CREAT : O_RDONLY) | O_CLOEXEC, 0666);
+  if (descriptor < 0) Refuse(file, "cannot be opened");
+  struct flock lock {};
+  lock.l_type = play ? F_WRLCK : F_RDLCK;
+  if (fcntl(descriptor, F_SETLK, &lock) == 0) return;
+  fcntl(descriptor, F_GETLK, &lock);
+  Refuse(folder, "is in use by another velomira-host, process " + std::to_string(lock.l_pid));
+}
 
 volatile std::sig_atomic_t interrupts = 0;
 
@@ -89,13 +73,12 @@ bool Interrupted() {
 }
 
 void OpenGuest(const std::filesystem::path& folder, GuestUse use) {
-  static Mark mark;
   const char* given = std::getenv("PLATFORM_GUEST_ROOT");
   if (folder.empty() && !given) {
     throw std::runtime_error("name the folder that is to be the guest's drive C: --guest DIR");
   }
   const std::filesystem::path root = std::filesystem::absolute(folder.empty() ? given : folder);
-  mark.Open(root, use);
+  TakeMark(root, use);
   platform::SetGuestRoot(root);
   platform::ResetRegistry();
   std::ifstream saved(RegistryFile(), std::ios::binary);

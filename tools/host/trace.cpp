@@ -2,7 +2,6 @@
 #include "host/trace.h"
 
 #include <charconv>
-#include <cstdio>
 #include <iomanip>
 #include <ostream>
 #include <stdexcept>
@@ -16,22 +15,18 @@ namespace {
 using nlohmann::json;
 
 std::string Hex(std::span<const std::byte> bytes) {
-  constexpr const char* digits = "0123456789abcdef";
   std::string text;
   for (const std::byte each : bytes) {
-    text += digits[std::to_integer<unsigned>(each >> 4)];
-    text += digits[std::to_integer<unsigned>(each & std::byte{15})];
+    for (const int shift : {4, 0}) text += "0123456789abcdef"[std::to_integer<int>(each) >> shift & 15];
   }
   return text;
 }
 
 // Of what Hex has written.
 Bytes BytesOf(const std::string& hex) {
-  Bytes bytes;
-  for (std::size_t at = 0; at + 1 < hex.size(); at += 2) {
-    unsigned char value = 0;
-    std::from_chars(&hex[at], &hex[at] + 2, value, 16);
-    bytes.push_back(std::byte{value});
+  Bytes bytes(hex.size() / 2);
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    std::from_chars(&hex[2 * i], &hex[2 * i] + 2, reinterpret_cast<unsigned char&>(bytes[i]), 16);
   }
   return bytes;
 }
@@ -54,14 +49,13 @@ class Concern {
   explicit Concern(const std::string& application) : name_(application), bundleId_(application) {}
 
   bool Meets(const json& line) {
-    const json items = line.value("items", json::array());
     bool named = false;
-    for (std::size_t i = 0; i < items.size(); ++i) {
-      if (items[i][0] == "name" && i > 0 && EqualNoCase(items[i][1].get<std::string>(), name_)) {
-        bundleId_ = items[i - 1][1];
-      }
+    std::string id;
+    for (const json& item : line.value("items", json::array())) {
+      if (item[0] == "bundleId") id = item[1];
+      if (item[0] == "name" && EqualNoCase(item[1].get<std::string>(), name_)) bundleId_ = id;
+      named |= (item[0] == "bundleId" || item[0] == "name") && id == bundleId_;
     }
-    for (const json& item : items) named |= item[0] == "bundleId" && item[1] == bundleId_;
     const bool answers = line.value("direction", "") == NameOf(Direction::Reply) && asked_;
     asked_ = named;
     return named || answers;
