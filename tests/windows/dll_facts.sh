@@ -72,5 +72,7 @@ for function in frame/event_loop.cpp:RunEventLoop channel/mainfo.cpp:GetMacAppLi
   [[ -n $number ]] && sed -n "$((number - 1)),${number}p" "$source/src/$file" | grep -q "$name" ||
     fail "$name does not begin on line ${number:-none} of $file"
 done
-grep -q "$source" <<<"$(strings "$dll" "$pdb")" && fail "the folder of the build is named in it"
+for folder in "$source" ${VELOMIRA_ZIG:-}; do
+  strings "$dll" "$pdb" | grep -m 3 -F "$folder" && fail "$folder is named in it"
+done
 exit "$failures"

@@ -55,19 +55,26 @@ PYTHON
     -DCMAKE_FIND_ROOT_PATH_MODE_PACKAGE=BOTH -DEXAMPLE="$folder/example/example.c" \
     -DCMAKE_C_COMPILER="${compilers[$architecture]%%,*}" -DCMAKE_CXX_COMPILER="${compilers[$architecture]##*,}"
   quietly cmake --build "consumer-$architecture"
-  llvm-readobj --coff-imports "consumer-$architecture/example_cpp.exe" | grep -q 'Name: velomira.dll' ||
-    fail "$architecture: the program does not import the module"
+  # As MSVC's linker would read the library.
+  underscore=
+  [[ $architecture != x86 ]] || underscore=_
+  quietly lld-link-16 -dll -noentry -machine:"$architecture" -out:"linked-$architecture.dll" "$folder/lib/velomira.lib" \
+    -include:"${underscore}StartTool" -include:"${underscore}StopTool" -include:"${underscore}NotifyTool"
+  for program in "consumer-$architecture/example_cpp.exe" "linked-$architecture.dll"; do
+    llvm-readobj --coff-imports "$program" | grep -q 'Name: velomira.dll' || fail "$program does not import the module"
+  done
 done
 
 # The host tool of the package brings the driver up; the program then finds its device.
 wine() { "$source/cmake/wine_env.sh" "$@"; }
 tools=$work/velomira-$version-tools-windows-x64
-quietly wine "$tools/velomira-host.exe" shell --catalogue "$tools/catalogue" <<<"on
-off"
+share() { quietly wine "$tools/velomira-host.exe" shell --catalogue "$tools/catalogue"; }
+share <<<on
+quietly wine "$tools/shell_view.exe" show
+share <<<$'on\noff'
 wine "$work/consumer-x64/example_c.exe" </dev/null >"$work/said" || fail "the program fails: $(cat "$work/said")"
 grep -q 'Sharing follows the host' "$work/said" || fail "the program says: $(cat "$work/said")"
-quietly wine "$tools/shell_view.exe" show
-quietly wine "$tools/velomira_deaths.exe" "$tools/catalogue" 1
+quietly wine "$tools/velomira_deaths.exe" "$tools/catalogue" 6
 tools=$work/velomira-$version-tools-linux-x64
 quietly "$tools/velomira-host" run --catalogue "$tools/catalogue" --guest "$work/guest"
 quietly "$tools/velomira-trials" faults --every 4000 --jobs 1 --catalogue "$tools/catalogue"
