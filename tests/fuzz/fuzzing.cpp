@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <random>
 
-#include "host/wire.h"
+#include "host/driver/wire.h"
 
 namespace fuzz {
 

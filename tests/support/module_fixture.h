@@ -5,7 +5,7 @@
 #include "common/handles.h"
 #include "common/host_application.h"
 #include "host/guest_view.h"
-#include "host/resources.h"
+#include "host/launcher_view.h"
 #include "support/gaps.h"
 #include "support/gate_fixture.h"
 #include "support/hive.h"
