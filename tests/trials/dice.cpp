@@ -40,7 +40,8 @@ std::string Dice::Spelt(std::string text) {
   return text;
 }
 
-host::Catalogue RandomCatalogue(Dice& dice, const std::vector<host::Icon>& icons) {
+host::Catalogue RandomCatalogue(Dice& dice) {
+  static const host::Icon good = host::PlainIcon(), refused = host::RefusedIcon(good);
   Lines shuffled = names, ids;
   for (std::size_t i = 0; i < names.size(); ++i)
     ids.push_back((i % 9 == 0 ? "自.random." : "random.") + std::to_string(i));
@@ -58,10 +59,8 @@ host::Catalogue RandomCatalogue(Dice& dice, const std::vector<host::Icon>& icons
     }
     app.anyType = dice.Chance(20);
     app.urlSchemes = Some(dice, schemes, 4);
-    for (std::size_t left = dice.Chance(5) ? 0 : 1 + dice.Below(3); left > 0; --left) {
-      const host::Icon& icon = dice.Of(icons);
-      app.icons.push_back(dice.Chance(25) ? host::RefusedIcon(icon) : icon);
-    }
+    for (std::size_t left = dice.Chance(5) ? 0 : 1 + dice.Below(3); left > 0; --left)
+      app.icons.push_back(dice.Chance(25) ? refused : good);
     catalogue.Add(std::move(app));
   }
   return catalogue;

@@ -34,9 +34,9 @@ class Dice {
   std::mt19937 random_;
 };
 
-// Up to 20 applications with some of the icons. Names and identifiers come from two pools, so that those of
+// Up to 20 applications. Names and identifiers come from two pools, so that those of
 // the next catalogue are partly the same, spelt otherwise, or another application's.
-host::Catalogue RandomCatalogue(Dice& dice, const std::vector<host::Icon>& icons);
+host::Catalogue RandomCatalogue(Dice& dice);
 
 // Fills the guest with entries and files of other programs, for this user and for the whole machine, that
 // have much to do with types, schemes and names of such catalogues.

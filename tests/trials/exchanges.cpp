@@ -17,25 +17,19 @@ namespace {
 const MacAppInfo app{TEXT("test.app"), TEXT("App")};
 const std::string launcher = "C:\\launcher.exe";
 
-// Writes the icons into the launcher and takes them out again; it is as before when that raises.
-host::Resources AskForIcons() {
-  static const std::optional<std::string> stub = host::ReadGuestFile(launcher);
-  static const host::Resources own = host::ReadResources(launcher);
+// Writes the icons into a new launcher.
+std::vector<host::LauncherIcon> AskForIcons() {
+  static const std::string stub = TextOf(stub::MakeTemplateStub());
+  PutFile(launcher, stub);
   const HANDLE update = BeginUpdateResourceW(host::Widen(launcher).c_str(), FALSE);
   try {
     WriteMacAppIcons(update, app);
   } catch (const std::exception&) {
     EndUpdateResourceW(update, TRUE);
-    if (host::ReadGuestFile(launcher) != stub) throw std::runtime_error("a failed update changed its file");
     throw;
   }
   if (!EndUpdateResourceW(update, FALSE)) throw std::runtime_error("the update cannot be committed");
-  host::Resources icons = host::ReadResources(launcher);
-  PutFile(launcher, *stub);
-  const auto isOwn = [](const auto& entry) { return std::ranges::find(own, entry) != own.end(); };
-  if (std::erase_if(icons, isOwn) != own.size())
-    throw std::runtime_error("the launcher's own resources are lost");
-  return icons;
+  return host::ReadLauncherFile(launcher).icons;
 }
 
 Taken Ask(Kind kind) {
@@ -77,7 +71,6 @@ void PutFile(const std::string& guestPath, const std::string& bytes) {
 
 Exchanges::Exchanges(const std::filesystem::path& guest) {
   platform::SetGuestRoot(guest);
-  PutFile(launcher, TextOf(stub::MakeTemplateStub()));
   gate_ = host::CreateGate();
   gate_->Serve([this](std::span<const std::byte> envelope) {
     request_.assign(envelope.begin(), envelope.end());

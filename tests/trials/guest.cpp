@@ -37,8 +37,7 @@ std::size_t CallsSoFar() {
 
 GuestState SaveGuestState() {
   static int number = 0;
-  GuestState state{platform::SaveRegistry(),
-                         platform::GuestRoot().string() + "." + std::to_string(++number)};
+  GuestState state{platform::SaveRegistry(), platform::GuestRoot().string() + "." + std::to_string(++number)};
   fs::remove_all(state.files);
   fs::copy(platform::GuestRoot(), state.files, fs::copy_options::recursive);
   return state;

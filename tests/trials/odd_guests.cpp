@@ -62,7 +62,7 @@ class OddGuest {
         guest_(setting.guest),
         oddity_(oddity),
         command_(command),
-        shared_(oddity.shared                   ? *oddity.shared
+        shared_(oddity.misfit                   ? setting.hundred
                 : command == Command::ChangedOn ? setting.changed
                                                 : setting.usual) {}
   ~OddGuest() {
@@ -73,7 +73,7 @@ class OddGuest {
   OddGuest& operator=(const OddGuest&) = delete;
 
   void Try() {
-    RestoreGuestState(command_ == Command::FirstOn ? setting_.empty : setting_.furnished);
+    RestoreGuestState(State());
     const host::Entries files = host::TakeSnapshot().files;
     guest_.Serve([this](const host::Question& question, std::span<const std::byte> envelope) {
       return Answer(question, envelope);
@@ -94,12 +94,14 @@ class OddGuest {
 
  private:
   bool isOn() const { return command_ != Command::Off; }
+  const GuestState& State() const {
+    return command_ == Command::FirstOn ? setting_.empty : setting_.furnished;
+  }
 
   void Make() {
     if (oddity_.place) {
       const fs::path path = HostFile(oddity_.place->path);
-      fs::remove_all(Aside());
-      if (fs::exists(path)) fs::rename(path, Aside());
+      fs::remove_all(path);
       if (oddity_.place->holds == Oddity::Place::File) PutFile(oddity_.place->path, oddity_.place->bytes);
       if (oddity_.place->holds == Oddity::Place::Folder) fs::create_directories(path);
     }
@@ -121,13 +123,13 @@ class OddGuest {
     SetWritable(oddity_.readOnly, true);
     if (!oddity_.denied.empty()) platform::DenyKey("HKEY_CURRENT_USER" + oddity_.denied.substr(4), false);
     if (oddity_.place && oddity_.place->isPutBack) {
-      fs::remove_all(HostFile(oddity_.place->path));
-      if (fs::exists(Aside())) fs::rename(Aside(), HostFile(oddity_.place->path));
+      const fs::path path = HostFile(oddity_.place->path);
+      const fs::path before = State().files / path.lexically_relative(platform::GuestRoot());
+      fs::remove_all(path);
+      if (fs::exists(before)) fs::copy(before, path, fs::copy_options::recursive);
     }
     oddity_.lift();
   }
-
-  static fs::path Aside() { return platform::GuestRoot().string() + ".aside"; }
 
   host::Reply Answer(const host::Question& question, std::span<const std::byte> envelope) const {
     if (oddity_.misfit && question.code == 102) return {.bytes = ListWith(*oddity_.misfit)};

@@ -49,8 +49,7 @@ struct Oddity {
   Lines running = {};   // programs, whose files nobody may write or delete
   std::string denied = {};
   std::function<void()> make = [] {}, lift = [] {};
-  const host::Catalogue* shared = nullptr;  // instead of the usual ones
-  std::optional<Misfit> misfit = {};        // among a hundred
+  std::optional<Misfit> misfit = {};  // among a hundred
 
   // What the prescribed behaviour leaves, as parts of the differences' lines, with its reason in the table.
   // Commands with which launchers outlive their application keys: the next "on" finds a valid launcher and

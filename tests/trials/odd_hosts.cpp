@@ -49,7 +49,7 @@ Lines OddNames() {
   return names;
 }
 
-Oddity Among(const host::Catalogue& hundred, const std::string& what, const Misfit& misfit) {
+Oddity Among(const std::string& what, const Misfit& misfit) {
   // What a misfit makes says whose it is, but for the keys of types and schemes.
   Lines own = {"isfit", misfit.name + " (Mac)", "Classes\\EXE"};
   for (const std::string& text : oddTexts) {
@@ -68,7 +68,6 @@ Oddity Among(const host::Catalogue& hundred, const std::string& what, const Misf
           .applications = Oddity::Applications::Right,
           .commands = {Command::FirstOn},
           .isForeseen = true,
-          .shared = &hundred,
           .misfit = misfit,
           .untilOff = own,
           .forGood = forGood};
@@ -76,12 +75,12 @@ Oddity Among(const host::Catalogue& hundred, const std::string& what, const Misf
 
 }  // namespace
 
-std::vector<Oddity> HostOddities(const Setting& setting) {
+std::vector<Oddity> HostOddities(const Setting&) {
   const Reply icons = With(Items().Add(host::bitmapItem, host::BlankBitmap(16, 16)));
   const Reply details = With(Items().Text(host::textItem, "misfit").Text(host::schemeItem, "misfit"));
   std::vector<Oddity> table;
   const auto add = [&](const std::string& what, const Misfit& misfit) {
-    table.push_back(Among(setting.hundred, what, misfit));
+    table.push_back(Among(what, misfit));
   };
   add("nothing", {"misfit", "Misfit", icons, details});
   add("its icons are a text", {"misfit", "Misfit", With(Items().Text(host::textItem, "misfit")), details});

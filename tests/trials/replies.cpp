@@ -52,25 +52,18 @@ std::string TakeIcons(const std::vector<host::Item>& items, bool whole, Taken& t
     return "type WMA_Command::bbt_bitmap expected";
   }
   if (!whole) return tooLong;
-  host::Bytes entries;
-  WORD id = 448;
+  std::uint32_t id = 448;
   for (const host::Item& item : items) {
     ++id;
-    host::Bytes icon;
-    if (!ExpectIcon(item.value, false, icon).empty()) continue;
-    entries.insert(entries.end(), {icon[4], item.value[22], std::byte{0}, std::byte{0}});  // width and height
-    for (const std::size_t field : {12u, 14u}) host::PutU16(entries, host::GetU16(icon, field));
-    host::PutU32(entries, static_cast<std::uint32_t>(icon.size()));
-    host::PutU16(entries, id);
-    taken.icons[{3, id, 0x400}] = TextOf(icon);
+    host::LauncherIcon icon;
+    if (!ExpectIcon(item.value, false, icon.image).empty()) continue;
+    icon.entry = {icon.image[4], item.value[22], std::byte{0}, std::byte{0}};  // width and height
+    for (const std::size_t field : {12u, 14u}) host::PutU16(icon.entry, host::GetU16(icon.image, field));
+    host::PutU32(icon.entry, static_cast<std::uint32_t>(icon.image.size()));
+    host::PutU16(icon.entry, id);
+    taken.icons.push_back(std::move(icon));
   }
-  if (taken.icons.empty()) return "icon group list is empty";
-  host::Bytes group;
-  for (const std::size_t field : {std::size_t{0}, std::size_t{1}, taken.icons.size()})
-    host::PutU16(group, static_cast<std::uint32_t>(field));
-  group.insert(group.end(), entries.begin(), entries.end());
-  taken.icons[{14, 448, 0x400}] = TextOf(group);
-  return {};
+  return taken.icons.empty() ? "icon group list is empty" : "";
 }
 
 }  // namespace

@@ -22,12 +22,12 @@ constexpr std::uint32_t RoomOf(Kind kind) {
 // What the guest takes over from a reply.
 struct Taken {
   using Texts = std::vector<std::basic_string<WCHAR>>;
-  std::string raised{};     // the message without its place; empty when nothing is raised
-  Texts texts{};            // a list's identifiers and names in turn, or document types
-  Texts defaults{};         // default types
-  Texts schemes{};          // URL schemes
-  bool anyType = false;     // offered for every type
-  host::Resources icons{};  // icon images and their group, when nothing is raised
+  std::string raised{};                     // the message without its place; empty when nothing is raised
+  Texts texts{};                            // a list's identifiers and names in turn, or document types
+  Texts defaults{};                         // default types
+  Texts schemes{};                          // URL schemes
+  bool anyType = false;                     // offered for every type
+  std::vector<host::LauncherIcon> icons{};  // when nothing is raised
   bool operator==(const Taken&) const = default;
 };
 

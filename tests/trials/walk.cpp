@@ -23,10 +23,6 @@ class Walk {
  public:
   Walk(const Options& options, std::size_t number, const std::filesystem::path& driveC, Report& report)
       : report_(report), dice_(options.seed, number), guest_(driveC) {
-    for (const host::Application& app : options.catalogue.applications()) {
-      std::ranges::copy_if(app.icons, std::back_inserter(icons_),
-                           [](const host::Icon& icon) { return icon.size <= 32 && icon.accepted; });
-    }
     AddForeignEntries(dice_);
     before_ = host::TakeSnapshot();
     elsewhere_ = Elsewhere();
@@ -76,7 +72,7 @@ class Walk {
   }
 
   void SendOn() {
-    if (dice_.Chance(50)) catalogue_ = RandomCatalogue(dice_, icons_);
+    if (dice_.Chance(50)) catalogue_ = RandomCatalogue(dice_);
     model_->On(catalogue_);
     ++ons_;
     {
@@ -147,7 +143,6 @@ class Walk {
 
   Report& report_;
   Dice dice_;
-  std::vector<host::Icon> icons_;  // small ones: their pictures do not matter here
   Guest guest_;
   host::Snapshot before_;
   host::Snapshot elsewhere_;

@@ -7,7 +7,6 @@
 
 #include "host/replies.h"
 #include "host/text.h"
-#include "stub/stub.h"
 #include "trials/replies.h"
 
 namespace {
@@ -53,10 +52,6 @@ int main(int argc, char** argv) {
     Seeds seeds(host::PathOf(argv[2]));
     const auto catalogue = host::Catalogue::Load(host::PathOf(argv[1]));
     for (const host::Application& app : catalogue.applications()) seeds.WriteApplication(app);
-    for (std::size_t layout = 0; layout < 8; ++layout) {
-      const Bytes image = stub::MakeTemplateStub({(layout & 1) != 0, (layout & 2) != 0, (layout & 4) != 0});
-      seeds.Write("images", {static_cast<std::byte>(layout), std::byte{2}}, image);
-    }
     return 0;
   } catch (const std::exception& failure) {
     std::cerr << "velomira-seeds: " << failure.what() << "\n";
