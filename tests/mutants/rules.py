@@ -12,7 +12,7 @@ RULES = ("boundary", "equality", "logic", "arithmetic", "flags", "number", "cons
 # What stands for each other; both ways.
 SWAPPED = {"boundary": {" < ": " <= ", " > ": " >= "}, "equality": {" == ": " != "}, "logic": {" && ": " || "},
            "arithmetic": {" + ": " - ", " += ": " -= ", "++": "--"}}
-CONSTANTS = {"TRUE": "FALSE", "true": "false", "INFINITE": "0", "OPEN_EXISTING": "OPEN_ALWAYS", "REG_SZ": "REG_BINARY",
+CONSTANTS = {"TRUE": "FALSE", "true": "false", "INFINITE": "0", "REG_SZ": "REG_BINARY",
              "GENERIC_WRITE": "GENERIC_READ", "KEY_WRITE": "KEY_READ", "CREATE_ALWAYS": "CREATE_NEW",
              "PM_REMOVE": "PM_NOREMOVE", "CP_UTF8": "CP_ACP", "HKEY_CURRENT_USER": "HKEY_LOCAL_MACHINE",
              "HKEY_LOCAL_MACHINE": "HKEY_CURRENT_USER", "FindClose": "CloseHandle"}
@@ -81,7 +81,7 @@ def kind_of(statement):
 
 def depends(one, other):
     """Whether the order of two statements may matter: of two assignments, when one names what the other sets."""
-    if "throw" in other or "XDT_RAISE" in other:
+    if "throw" in other or "XDT_RAISE" in other or one.startswith("std::memcpy") and other.startswith("std::memcpy"):
         return False
     if {kind_of(one), kind_of(other)} != {"drop assignment"}:
         return True
@@ -106,6 +106,8 @@ def edits(source):
     for match in re.finditer(r"(?<![\w.])(0x[0-9A-Fa-f]+|\d+)(?=[^\w.]|u\b)", code):
         if code[:match.start()].endswith("return "):
             continue  # a result
+        if code[code.rfind("\n", 0, match.start()) + 1:match.start()].strip() == "Sleep(":
+            continue  # how long a loop that looks again rests
         number = int(match[0], 0)
         changed = number - 1 if number > 1 else number + 1
         yield "number", match.start(), match.end(), hex(changed) if match[0].startswith("0x") else str(changed)

@@ -186,7 +186,7 @@ class Worker:
             found += self.failing(group, every)
             if found and not every:
                 return found
-        for version in ("6.0", "6.1"):
+        for version in ("6.0", "6.1", "6.3"):
             cases = [case for case in self.suite.cases
                      if case.startswith("FileAssociation") or case == "Registration.WritesTheWholeHive"]
             found += [f"{case} on {version}" for case in
