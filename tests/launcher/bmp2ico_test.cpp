@@ -54,7 +54,7 @@ TEST(BitmapConversion, TakesOnlyWhatTheDataHold) {
       {0, 16, 1078, dimensions},
       {16, 0, 1078, dimensions},
       {0xFFFFFFFF, 16, 1078, dimensions},
-      {0x7FFFFFFF, 0x7FFFFFFF, 1078, dimensions},  // 2^64 bytes and more
+      {0x7FFFFFE0, 0x7C1F07E1, 1078, dimensions},  // a little more than 2^64 bytes
       {0x40000000, 1, 1078, dimensions},           // a row of 2^32 bytes
       {1, 0x1FFFFFFA, 1078, cut},                  // an image of 2^32 - 8 bytes
       {1, 0x1FFFFFFB, 1078, dimensions},           // of 2^32
@@ -87,23 +87,23 @@ TEST(BitmapConversion, KeepsHeaderAndPixelsAndAddsAnEmptyMask) {
 TEST(BitmapConversion, MasksTransparentPixelsAndBlackensThem) {
   const std::uint32_t opaque = 0xFF0A141E, least = 0x800A141E, below = 0x7F0A141E;  // alpha, red, green, blue
   const struct {
-    std::size_t pixel;  // over both rows of 48
+    std::size_t pixel;  // over both rows of 45
     std::uint32_t value, becomes;
     std::size_t maskByte;
     unsigned maskBit;  // 0: not masked
   } cases[] = {{0, below, 0x7F000000, 0, 0x80},  {6, least, least, 0, 0},
                {7, below, 0x7F000000, 0, 0x01},  {8, 0, 0, 1, 0x80},
-               {32, below, 0x7F000000, 4, 0x80}, {47, 0x00FFFFFF, 0, 5, 0x01},
-               {48 + 31, 0, 0, 8 + 3, 0x01},     {48 + 40, below, 0x7F000000, 8 + 5, 0x80}};
-  Bytes bitmap = TestBitmap(48, 2);
-  for (std::size_t pixel = 0; pixel < 96; ++pixel) Put(bitmap, 54 + 4 * pixel, opaque);
+               {32, below, 0x7F000000, 4, 0x80}, {44, 0x00FFFFFF, 0, 5, 0x08},
+               {45 + 31, 0, 0, 8 + 3, 0x01},     {45 + 40, below, 0x7F000000, 8 + 5, 0x80}};
+  Bytes bitmap = TestBitmap(45, 2);
+  for (std::size_t pixel = 0; pixel < 90; ++pixel) Put(bitmap, 54 + 4 * pixel, opaque);
   Bytes expected(bitmap.begin() + 14, bitmap.end());
   Put(expected, 8, 4);
-  expected.resize(40 + 384 + 16);
+  expected.resize(40 + 360 + 16);
   for (const auto& c : cases) {
     Put(bitmap, 54 + 4 * c.pixel, c.value);
     Put(expected, 40 + 4 * c.pixel, c.becomes);
-    expected[40 + 384 + c.maskByte] |= static_cast<std::byte>(c.maskBit);
+    expected[40 + 360 + c.maskByte] |= static_cast<std::byte>(c.maskBit);
   }
   EXPECT_EQ(BitmapToIcon(bitmap, true), expected);
 }
