@@ -17,7 +17,7 @@
 namespace trials {
 namespace {
 
-constexpr std::size_t walks = 1000, steps = 60, mostAtOnce = 30;  // commands
+constexpr std::size_t walks = 400, steps = 60, mostAtOnce = 30;  // commands
 
 class Walk {
  public:
