@@ -8,8 +8,8 @@
 #include "channel/tool_gate.h"
 #include "frame/event_loop.h"
 #include "fuzz/fuzzing.h"
+#include "guest/guest_view.h"
 #include "host/driver/gate.h"
-#include "host/guest_view.h"
 #include "host/prepare.h"
 #include "host/replies.h"
 

@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <random>
 
-#include "host/driver/wire.h"
+#include "host/wire.h"
 
 namespace fuzz {
 

@@ -5,8 +5,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include "host/driver/wire.h"
 #include "host/replies.h"
+#include "host/wire.h"
 
 namespace {
 

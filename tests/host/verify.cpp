@@ -3,8 +3,8 @@
 
 #include <algorithm>
 
-#include "host/difference.h"
-#include "host/places.h"
+#include "guest/difference.h"
+#include "guest/places.h"
 
 namespace host {
 namespace {

@@ -1,7 +1,7 @@
 // Folders, paths, shortcuts and deletion through the shell.
 #include "launcher/fs.h"
 
-#include "host/launcher_view.h"
+#include "guest/launcher_view.h"
 #include "support/module_fixture.h"
 
 namespace {

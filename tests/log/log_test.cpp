@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "common/handles.h"
-#include "host/guest_view.h"
+#include "guest/guest_view.h"
 #include "support/guest.h"
 #include "support/own_process.h"
 

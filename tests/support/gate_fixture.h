@@ -10,9 +10,9 @@
 
 #include "host/catalogue.h"
 #include "host/driver/gate.h"
-#include "host/driver/wire.h"
 #include "host/prepare.h"
 #include "host/replies.h"
+#include "host/wire.h"
 #include "support/guest.h"
 
 class GateTest : public GuestTest {

@@ -5,7 +5,7 @@
 
 #include <stdexcept>
 
-#include "host/guest_view.h"
+#include "guest/guest_view.h"
 
 namespace hive {
 

@@ -1,8 +1,8 @@
-// The guest's registry, arranged and read by tests; keys, values and text as host/registry.h has them. What
+// The guest's registry, arranged and read by tests; keys, values and text as guest/registry.h has them. What
 // fails throws std::runtime_error.
 #pragma once
 
-#include "host/registry.h"
+#include "guest/registry.h"
 
 namespace hive {
 

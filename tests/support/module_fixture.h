@@ -4,8 +4,8 @@
 
 #include "common/handles.h"
 #include "common/host_application.h"
-#include "host/guest_view.h"
-#include "host/launcher_view.h"
+#include "guest/guest_view.h"
+#include "guest/launcher_view.h"
 #include "support/gaps.h"
 #include "support/gate_fixture.h"
 #include "support/hive.h"

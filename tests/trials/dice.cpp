@@ -1,7 +1,7 @@
 // What random catalogues and guests are made of.
 #include "trials/dice.h"
 
-#include "host/places.h"
+#include "guest/places.h"
 #include "support/hive.h"
 #include "trials/guest.h"
 

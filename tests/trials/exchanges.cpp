@@ -8,7 +8,7 @@
 #include <stdexcept>
 
 #include "channel/mainfo.h"
-#include "host/guest_view.h"
+#include "guest/guest_view.h"
 #include "stub/stub.h"
 
 namespace trials {

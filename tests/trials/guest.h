@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "guest/guest_view.h"
 #include "host/driver/gate.h"
-#include "host/guest_view.h"
 #include "host/replies.h"
 #include "host/system.h"
 #include "trials/exchanges.h"

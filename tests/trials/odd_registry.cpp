@@ -1,5 +1,5 @@
 // Oddities of the registry. Keys and values that the module makes are taken from a host::GuestModel.
-#include "host/places.h"
+#include "guest/places.h"
 #include "host/verify.h"
 #include "support/hive.h"
 #include "trials/odd_guests.h"

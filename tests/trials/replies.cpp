@@ -3,8 +3,8 @@
 
 #include <algorithm>
 
+#include "guest/text.h"
 #include "host/replies.h"
-#include "host/text.h"
 
 namespace trials {
 namespace {

@@ -6,9 +6,9 @@
 
 #include <string>
 
+#include "guest/launcher_view.h"
 #include "host/catalogue.h"
 #include "host/driver/gate.h"
-#include "host/launcher_view.h"
 
 namespace trials {
 

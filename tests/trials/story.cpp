@@ -1,7 +1,7 @@
 // How a scene is noted, entered and played.
 #include "trials/story.h"
 
-#include "host/places.h"
+#include "guest/places.h"
 #include "host/verify.h"
 
 namespace trials {

@@ -13,7 +13,7 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "host/text.h"
+#include "guest/text.h"
 
 #define STBI_ONLY_PNG
 #define STBI_NO_STDIO

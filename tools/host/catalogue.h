@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "host/driver/wire.h"
+#include "host/wire.h"
 
 namespace host {
 

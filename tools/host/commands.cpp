@@ -4,12 +4,12 @@
 #include <algorithm>
 #include <iostream>
 
+#include "guest/text.h"
 #include "host/pictures.h"
 #include "host/prepare.h"
 #include "host/report.h"
 #include "host/shell.h"
 #include "host/system.h"
-#include "host/text.h"
 #include "host/trace.h"
 
 namespace host {

@@ -1,15 +1,15 @@
 // The commands that look at a guest and change nothing in it.
 #include <iostream>
 
+#include "guest/export.h"
+#include "guest/places.h"
+#include "guest/text.h"
+#include "guest/tree.h"
 #include "host/commands.h"
-#include "host/export.h"
 #include "host/judge.h"
 #include "host/pictures.h"
-#include "host/places.h"
 #include "host/report.h"
 #include "host/system.h"
-#include "host/text.h"
-#include "host/tree.h"
 
 namespace host {
 namespace {

@@ -4,8 +4,8 @@
 #include <map>
 #include <nlohmann/json.hpp>
 
-#include "host/driver/wire.h"
-#include "host/text.h"
+#include "guest/text.h"
+#include "host/wire.h"
 
 namespace host {
 namespace {
@@ -32,7 +32,7 @@ std::string NameOfItem(Direction direction, std::uint32_t code, const Item& item
 }
 
 std::string ValueOfItem(const Item& item) {
-  const std::string size = WithThousands(item.value.size()) + " bytes";
+  std::string size = WithThousands(item.value.size()) + " bytes";
   if (item.type == textItem || item.type == defaultTypeItem || item.type == schemeItem) {
     const std::string text(reinterpret_cast<const char*>(item.value.data()), item.value.size());
     return text.substr(0, text.find('\0'));

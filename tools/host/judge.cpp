@@ -7,10 +7,10 @@
 #include <nlohmann/json.hpp>
 #include <ostream>
 
-#include "host/difference.h"
-#include "host/launcher_view.h"
+#include "guest/difference.h"
+#include "guest/launcher_view.h"
+#include "guest/places.h"
 #include "host/mirror.h"
-#include "host/places.h"
 
 namespace host {
 namespace {
@@ -269,6 +269,14 @@ class Judgement {
 
 std::vector<Finding> Judge(const Snapshot& guest, const Catalogue& catalogue, bool sharing) {
   return Judgement(guest, catalogue, sharing).Find();
+}
+
+std::vector<std::string> Unmirrored(const Catalogue& catalogue, const Snapshot& guest) {
+  std::vector<std::string> names;
+  for (const Application& app : catalogue.applications()) {
+    if (!guest.launchers.contains(PathOfLauncher(app.name))) names.push_back(app.name);
+  }
+  return names;
 }
 
 std::size_t CountKept(const std::vector<Finding>& findings) {

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "guest/guest_view.h"
 #include "host/catalogue.h"
-#include "host/guest_view.h"
 
 namespace host {
 
@@ -29,6 +29,9 @@ struct Finding {
 // is on. With sharing off nothing but the documented residue may be there, and the catalogue tells which
 // applications were shared last.
 std::vector<Finding> Judge(const Snapshot& guest, const Catalogue& catalogue, bool sharing);
+
+// The applications of the catalogue that have no launcher.
+std::vector<std::string> Unmirrored(const Catalogue& catalogue, const Snapshot& guest);
 
 // One line a finding ("Loom: the shortcut is missing"), and one that sums up.
 void PrintFindings(std::ostream& out, const std::vector<Finding>& findings);

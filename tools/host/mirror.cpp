@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <array>
 
-#include "host/places.h"
+#include "guest/places.h"
 
 namespace host {
 namespace {

@@ -3,8 +3,8 @@
 
 #include <string>
 
+#include "guest/guest_view.h"
 #include "host/catalogue.h"
-#include "host/guest_view.h"
 
 namespace host {
 

@@ -6,8 +6,8 @@
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 
+#include "guest/launcher_view.h"
 #include "host/catalogue.h"
-#include "host/launcher_view.h"
 
 namespace host {
 

@@ -9,7 +9,7 @@
 #include <filesystem>
 #include <stdexcept>
 
-#include "host/guest_view.h"
+#include "guest/guest_view.h"
 #include "host/pictures.h"
 #include "host/system.h"
 #include "stub/stub.h"

@@ -4,10 +4,10 @@
 #include <mutex>
 #include <ostream>
 
+#include "guest/tree.h"
 #include "host/session.h"
 #include "host/story.h"
 #include "host/trace.h"
-#include "host/tree.h"
 
 namespace host {
 namespace {

@@ -8,11 +8,11 @@
 #include <string_view>
 #include <utility>
 
-#include "host/difference.h"
-#include "host/launcher_view.h"
+#include "guest/difference.h"
+#include "guest/launcher_view.h"
+#include "guest/places.h"
+#include "guest/text.h"
 #include "host/pictures.h"
-#include "host/places.h"
-#include "host/text.h"
 
 namespace host {
 

@@ -8,9 +8,9 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "guest/guest_view.h"
 #include "host/catalogue.h"
 #include "host/conversation.h"
-#include "host/guest_view.h"
 
 namespace host {
 

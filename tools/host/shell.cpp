@@ -7,13 +7,13 @@
 #include <iostream>
 #include <stdexcept>
 
+#include "guest/places.h"
+#include "guest/tree.h"
 #include "host/commands.h"
 #include "host/judge.h"
 #include "host/pictures.h"
-#include "host/places.h"
 #include "host/prompt.h"
 #include "host/session.h"
-#include "host/tree.h"
 
 namespace host {
 namespace {
@@ -32,7 +32,6 @@ class Shell {
         catalogue_(catalogue),
         session_(session.module, session.limit),
         before_(TakeSnapshot()),
-        now_(before_),
         saved_(before_) {
     if (options.listen) session_.conversation().Listen(options.listen);
     session_.conversation().BeginStep("start");
@@ -127,20 +126,22 @@ class Shell {
     Say() << what << "; the guest takes it over with the next \"on\"\n";
   }
 
-  void Tell(const std::function<void()>& command) {
-    before_ = now_;
+  // What the command has changed, for people and for `diff`.
+  Snapshot Tell(const std::function<void()>& command) {
+    before_ = TakeSnapshot();
     command();
-    now_ = TakeSnapshot();
-    PrintTally(std::cout, before_, now_);
+    Snapshot now = TakeSnapshot();
+    PrintTally(std::cout, before_, now);
+    return now;
   }
 
   void On() {
     session_.Share(catalogue_);
     shared_ = catalogue_;
     sharing_ = true;
-    Tell([&] { session_.On(); });
-    Say() << "the guest mirrors " << now_.launchers.size() << " applications\n";
-    for (const std::string& name : Unmirrored(catalogue_, now_)) Say() << name << " could not be mirrored\n";
+    const Snapshot now = Tell([&] { session_.On(); });
+    Say() << "the guest mirrors " << now.launchers.size() << " applications\n";
+    for (const std::string& name : Unmirrored(catalogue_, now)) Say() << name << " could not be mirrored\n";
   }
 
   void Off() {
@@ -234,7 +235,7 @@ class Shell {
   // What others look at the guest with: its registry and, once it has been shared, its catalogue.
   void Save() {
     const std::filesystem::path kept = GuestCatalogue();
-    if (!kept.empty() && sharing_) SaveCatalogue(shared_, kept);
+    if (!kept.empty() && !shared_.applications().empty()) SaveCatalogue(shared_, kept);
     SaveGuest();
   }
 
@@ -273,7 +274,7 @@ class Shell {
   bool sharing_ = false;
   int added_ = 0;
   Session session_;
-  Snapshot before_, now_, saved_;  // the guest before and after the last command, and when it was saved
+  Snapshot before_, saved_;  // the guest before the last command, and when it was saved
 };
 
 }  // namespace

@@ -6,11 +6,11 @@
 #include <set>
 #include <stdexcept>
 
-#include "host/difference.h"
+#include "guest/difference.h"
+#include "guest/places.h"
+#include "guest/tree.h"
 #include "host/judge.h"
-#include "host/places.h"
 #include "host/session.h"
-#include "host/tree.h"
 
 namespace host {
 namespace {

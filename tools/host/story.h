@@ -7,9 +7,9 @@
 #include <functional>
 #include <string>
 
+#include "guest/guest_view.h"
 #include "host/catalogue.h"
 #include "host/conversation.h"
-#include "host/guest_view.h"
 
 namespace host {
 

@@ -6,9 +6,9 @@
 #include <atomic>
 #include <iostream>
 
+#include "guest/text.h"
 #include "host/prompt.h"
 #include "host/system.h"
-#include "host/text.h"
 
 namespace host {
 

@@ -6,8 +6,8 @@
 #include <ostream>
 #include <stdexcept>
 
-#include "host/launcher_view.h"
-#include "host/text.h"
+#include "guest/launcher_view.h"
+#include "guest/text.h"
 
 namespace host {
 namespace {

@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
+#include "guest/guest_view.h"
 #include "host/conversation.h"
-#include "host/driver/wire.h"
-#include "host/guest_view.h"
+#include "host/wire.h"
 
 namespace host {
 

@@ -5,8 +5,8 @@
 #include <fstream>
 #include <iostream>
 
+#include "guest/text.h"
 #include "host/replies.h"
-#include "host/text.h"
 #include "trials/replies.h"
 
 namespace {

@@ -14,9 +14,9 @@
 #include <stdexcept>
 
 #include "common/handles.h"
+#include "guest/guest_view.h"
 #include "host/catalogue.h"
 #include "host/driver/gate.h"
-#include "host/guest_view.h"
 #include "host/prepare.h"
 #include "host/replies.h"
 #include "host/system.h"

@@ -13,7 +13,7 @@
 
 #include "channel/tool_gate.h"
 #include "host/driver/gate.h"
-#include "host/driver/wire.h"
+#include "host/wire.h"
 
 namespace host {
 namespace {

@@ -11,7 +11,7 @@
 #include <string_view>
 
 #include "common/handles.h"
-#include "host/text.h"
+#include "guest/text.h"
 
 namespace host {
 

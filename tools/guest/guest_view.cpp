@@ -1,5 +1,5 @@
 // Reading the guest.
-#include "host/guest_view.h"
+#include "guest/guest_view.h"
 
 #include <shlobj.h>
 
@@ -10,8 +10,8 @@
 #include <stdexcept>
 
 #include "common/handles.h"
-#include "host/driver/wire.h"
-#include "host/launcher_view.h"
+#include "guest/bytes.h"
+#include "guest/launcher_view.h"
 
 namespace host {
 namespace {

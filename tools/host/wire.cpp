@@ -1,5 +1,5 @@
 // Envelopes, items and bitmaps.
-#include "host/driver/wire.h"
+#include "host/wire.h"
 
 namespace host {
 

@@ -1,12 +1,12 @@
 // Conversion and comparison of the host tool's text. Ill-formed text converts to an empty one.
-#include "host/text.h"
+#include "guest/text.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <numeric>
 #include <utility>
 
-#include "host/driver/wire.h"
+#include "guest/bytes.h"
 
 namespace host {
 namespace {

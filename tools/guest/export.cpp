@@ -1,11 +1,11 @@
 // The formats of an export.
-#include "host/export.h"
+#include "guest/export.h"
 
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
-#include "host/driver/wire.h"
-#include "host/guest_view.h"
+#include "guest/bytes.h"
+#include "guest/guest_view.h"
 
 namespace host {
 namespace {

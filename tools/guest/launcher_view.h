@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "host/driver/wire.h"
+#include "guest/bytes.h"
 
 namespace host {
 

@@ -7,8 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "host/catalogue.h"
-#include "host/guest_view.h"
+#include "guest/guest_view.h"
 
 namespace host {
 
@@ -38,9 +37,6 @@ std::optional<Place> PlaceOf(const Entries& registry, const std::string& path,
 
 // Does the key declare a scheme as a launcher's registration does?
 bool IsOurScheme(const Entries& registry, const std::string& key);
-
-// The applications of the catalogue that have no launcher.
-std::vector<std::string> Unmirrored(const Catalogue& catalogue, const Snapshot& guest);
 
 // Who opens a file of a type, or an address of a scheme.
 struct Opening {

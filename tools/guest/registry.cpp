@@ -1,10 +1,10 @@
 // Keys and values of the guest.
-#include "host/registry.h"
+#include "guest/registry.h"
 
 #include <span>
 #include <stdexcept>
 
-#include "host/driver/wire.h"
+#include "guest/bytes.h"
 
 namespace host {
 namespace {

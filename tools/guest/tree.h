@@ -5,7 +5,7 @@
 #include <iosfwd>
 #include <string>
 
-#include "host/guest_view.h"
+#include "guest/guest_view.h"
 
 namespace host {
 

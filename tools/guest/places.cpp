@@ -1,5 +1,7 @@
 // The places that the contract has for types, schemes and applications.
-#include "host/places.h"
+#include "guest/places.h"
+
+#include <algorithm>
 
 namespace host {
 namespace {
@@ -154,14 +156,6 @@ std::optional<Place> PlaceOf(const Entries& registry, const std::string& path,
     return Place{WithoutEnd(name, launcherSuffix), "the entry among the registered applications"};
   }
   return std::nullopt;
-}
-
-std::vector<std::string> Unmirrored(const Catalogue& catalogue, const Snapshot& guest) {
-  std::vector<std::string> names;
-  for (const Application& app : catalogue.applications()) {
-    if (!guest.launchers.contains(PathOfLauncher(app.name))) names.push_back(app.name);
-  }
-  return names;
 }
 
 Opening WhoOpens(const Snapshot& guest, const Surroundings& around, const std::string& what) {

@@ -1,11 +1,11 @@
 // Printing of snapshots.
-#include "host/tree.h"
+#include "guest/tree.h"
 
 #include <ostream>
 
-#include "host/difference.h"
-#include "host/launcher_view.h"
-#include "host/places.h"
+#include "guest/difference.h"
+#include "guest/launcher_view.h"
+#include "guest/places.h"
 
 namespace host {
 namespace {

@@ -1,36 +1,12 @@
-// The bytes of the gate: little-endian numbers, envelopes, items and bitmaps, written here once for the host
-// and for those who test with it, apart from the module's own encoding, so that the two check each other.
-// Readers of foreign bytes check their bounds first: Get does not.
+// The bytes of the gate: envelopes, items and bitmaps, written here once for the host and for those who test
+// with it, apart from the module's own encoding, so that the two check each other.
 #pragma once
 
-#include <cstddef>
-#include <cstdint>
-#include <span>
 #include <string_view>
-#include <vector>
+
+#include "guest/bytes.h"
 
 namespace host {
-
-using Bytes = std::vector<std::byte>;
-
-inline void PutU16(Bytes& out, std::uint32_t value) {
-  out.push_back(static_cast<std::byte>(value));
-  out.push_back(static_cast<std::byte>(value >> 8));
-}
-
-inline void PutU32(Bytes& out, std::uint32_t value) {
-  PutU16(out, value);
-  PutU16(out, value >> 16);
-}
-
-inline std::uint16_t GetU16(std::span<const std::byte> in, std::size_t at) {
-  return static_cast<std::uint16_t>(std::to_integer<unsigned>(in[at]) | std::to_integer<unsigned>(in[at + 1])
-                                                                            << 8);
-}
-
-inline std::uint32_t GetU32(std::span<const std::byte> in, std::size_t at) {
-  return GetU16(in, at) | static_cast<std::uint32_t>(GetU16(in, at + 2)) << 16;
-}
 
 // What the guest sends and receives: a code, version 3, `result`, a reserved 0, the size of `data`, and
 // `data`. The sharing code is the guest's announcement, too.

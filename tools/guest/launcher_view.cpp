@@ -1,6 +1,6 @@
 // Reading launchers and shortcuts. The layouts of resources are those that the platform documents; lengths in
 // them are the file's and checked before anything is read.
-#include "host/launcher_view.h"
+#include "guest/launcher_view.h"
 
 #include <windows.h>
 
@@ -11,7 +11,7 @@
 #include <cstdio>
 
 #include "common/handles.h"
-#include "host/guest_view.h"
+#include "guest/guest_view.h"
 
 namespace host {
 namespace {
