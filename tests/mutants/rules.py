@@ -106,8 +106,9 @@ def edits(source):
     for match in re.finditer(r"(?<![\w.])(0x[0-9A-Fa-f]+|\d+)(?=[^\w.]|u\b)", code):
         if code[:match.start()].endswith("return "):
             continue  # a result
-        if code[code.rfind("\n", 0, match.start()) + 1:match.start()].strip() == "Sleep(":
-            continue  # how long a loop that looks again rests
+        before = code[code.rfind("\n", 0, match.start()) + 1:match.start()].strip()
+        if before == "Sleep(" or before.startswith("PostThreadMessageW("):
+            continue  # how long a loop that looks again rests, and what nobody reads
         number = int(match[0], 0)
         changed = number - 1 if number > 1 else number + 1
         yield "number", match.start(), match.end(), hex(changed) if match[0].startswith("0x") else str(changed)

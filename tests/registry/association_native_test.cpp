@@ -36,6 +36,8 @@ TEST_F(FileAssociationFaults, OnlyTheHiveItselfIsAFailure) {
   EXPECT_EQ(Failing("RegOpenCurrentUser", 1, offer), "registry: RegOpenCurrentUser() failed");
   const auto add = [] { return Raised([] { AddOpenWithProgId(TEXT("pgn")); }); };
   EXPECT_EQ(Failing("RegCreateKeyExW", 1, add), "");
+  const auto claim = [] { return RegisterAutoFileProgId(HKEY_CURRENT_USER, TEXT("pgn"), TEXT("C:\\a.exe")); };
+  EXPECT_FALSE(Failing("SHSetValueW", 1, claim));
   EXPECT_FALSE(Failing("AssocQueryStringW", 1, [] { return IsUnassociated(TEXT("pgn")); }));
 }
 

@@ -11,12 +11,12 @@ class Offers : public ModuleTest {};
 
 TEST_F(Offers, AreTheLaunchersWhereTheRegistryTakesTheirNamesForOne) {
   const std::string launchers[] = {
-      "Chess", "Igo \xC3\x84", "Igo \xC3\x96", "Kiss", "\xE5\x9B\xB2\xE7\xA2\x81", "\xC3\x84\xC3\x96 K", ""};
+      "Chezz", "Igo \xC3\x84", "Igo \xC3\x96", "Kiss", "\xE5\x9B\xB2\xE7\xA2\x81", "\xC3\x84\xC3\x96 K", ""};
   for (const std::string& name : launchers)
     hive::PutKey(hive::classes + "Applications\\" + name + " (Mac).exe");
   // In the last three, whether these are the same letters, tables differ.
-  const std::string names[] = {"Chess (Mac).exe",
-                               "cHESS (mAC).EXE",
+  const std::string names[] = {"Chezz (Mac).exe",
+                               "cHEZZ (mAC).EXE",
                                " (mac).exe",
                                "\xE5\x9B\xB2\xE7\xA2\x81 (Mac).exe",
                                "Igo \xC3\xA4 (Mac).exe",
@@ -25,9 +25,9 @@ TEST_F(Offers, AreTheLaunchersWhereTheRegistryTakesTheirNamesForOne) {
                                "\xC3\xA4\xC3\x84 K (Mac).exe",
                                "\xE5\x9B\xB2\xE5\x9B\xB2 (Mac).exe",
                                "Kigo \xC3\x84 (Mac).exe",
-                               "Chess (Mac).ex",
-                               "Chess (Mac).exe2",
-                               "Chess  (Mac).exe",
+                               "Chezz (Mac).ex",
+                               "Chezz (Mac).exe2",
+                               "Chezz  (Mac).exe",
                                "Shogi (Mac).exe",
                                "notepad.exe",
                                "Ki\xC5\xBFs (Mac).exe",

@@ -50,10 +50,11 @@ TEST(BitBox, IsWrittenItemByItemAndGrowsByTheItemAndTwiceWhatItHad) {
   composer.append(2, nullptr, 0);
   EXPECT_EQ(composer.capacity(), 12u + 2 * 44);
   composer.append_string("");
+  composer.append(6, "x", 1);
   EXPECT_EQ(BytesOf(composer), Item(0, 3, "\2\0\0\0"sv, "*\0"sv) +
                                    Item(1, 1, "\4\0\0\0"sv, "\xEC\x7F\0\0"sv) +
                                    Item(2, 6, "\2\0\0\0"sv, "ab") + Item(3, 2, "\0\0\0\0"sv, "") +
-                                   Item(4, 3, "\1\0\0\0"sv, "\0"sv));
+                                   Item(4, 3, "\1\0\0\0"sv, "\0"sv) + Item(5, 6, "\1\0\0\0"sv, "x"));
   const std::string before = BytesOf(composer);
   for (const std::uint32_t size : {0xFFFFFFF4u, 0xFFFFFFFFu}) {  // more than the format can count
     EXPECT_EQ(Raised([&] { composer.append(2, "", size); }), "bit_box: BAD_REALLOC") << size;
