@@ -152,6 +152,8 @@ for command in 'verify --off' 'report /dev/full' 'icons Tidepool --png '"$work/i
   # shellcheck disable=SC2086
   unwritable $command --guest "$guest"
 done
+{ sleep 0.3; "$host" verify --guest "$guest" 2>/dev/null; echo $? >"$work/status"; } | :
+check 'a reader that has gone is a failure' [ "$(cat "$work/status")" = 1 ]
 unwritable check --catalogue "$catalogue"
 unwritable trace "$work/told.jsonl"
 unwritable diff "$guest" "$guest"

@@ -16,7 +16,7 @@
 namespace host {
 
 struct Prompt::Editor {
-  static unsigned char Complete(EditLine* line, int);
+  static unsigned char Complete(EditLine* line, std::wint_t);
 
   Completer completer;
   EditLine* line = el_init("velomira-host", stdin, stdout, stderr);
@@ -26,7 +26,7 @@ struct Prompt::Editor {
 };
 
 // Puts in what all candidates have in common; shows them when that is nothing more.
-unsigned char Prompt::Editor::Complete(EditLine* line, int) {
+unsigned char Prompt::Editor::Complete(EditLine* line, std::wint_t) {
   Editor* editor = nullptr;
   el_get(line, EL_CLIENTDATA, &editor);
   const LineInfo* now = el_line(line);
@@ -85,7 +85,8 @@ Prompt::Prompt(Completer completer) : editor_(new Editor{std::move(completer)}) 
   el_set(editor.line, EL_EDITOR, "emacs");
   el_set(editor.line, EL_GETCFN, ReadCharacter);
   el_set(editor.line, EL_HIST, history, editor.history);
-  el_set(editor.line, EL_ADDFN, "complete", "completes a word", Editor::Complete);
+  // In wide characters, whose texts the editor takes as they are: it never frees copies.
+  el_wset(editor.line, EL_ADDFN, L"complete", L"completes a word", Editor::Complete);
   el_set(editor.line, EL_BIND, "^I", "complete", nullptr);
   el_set(editor.line, EL_BIND, "^R", "em-inc-search-prev", nullptr);
   Interrupted();  // its handlers first

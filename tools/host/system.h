@@ -40,7 +40,8 @@ class Module {
 
 std::filesystem::path DefaultModule();  // the module of this build, beside the tool
 
-// Prepares the machine's console for UTF-8. True when a person types the input.
+// Prepares the machine's console for UTF-8, and the process for a reader of its output that goes away. True
+// when a person types the input.
 bool OpenConsole();
 
 // From the first call on, an interrupt (Ctrl-C, or a request to end) does not end the process; it makes this

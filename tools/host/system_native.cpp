@@ -59,6 +59,7 @@ std::filesystem::path DefaultModule() {
 }
 
 bool OpenConsole() {
+  std::signal(SIGPIPE, SIG_IGN);  // a reader that has gone is output that cannot be written
   return isatty(STDIN_FILENO) != 0;
 }
 
