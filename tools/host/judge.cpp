@@ -17,6 +17,14 @@ namespace {
 
 using Kind = Finding::Kind;
 
+// A platform may keep a link's target in the code page of its system, with a question mark, which no path can
+// hold, for what that lacks.
+bool LeadsTo(const std::string& target, const std::string& path) {
+  return std::ranges::equal(Widen(target), Widen(path), [](WCHAR is, WCHAR must) {
+    return is == must || (is == TEXT('?') && must >= 0x80);
+  });
+}
+
 class Judgement {
  public:
   Judgement(const Snapshot& guest, const Catalogue& catalogue, bool sharing)
@@ -142,7 +150,7 @@ class Judgement {
     const auto wrong = [&](const std::string& text) { Add(Kind::Wrong, app.name, text, path); };
     const std::optional<Shortcut> shortcut = ReadShortcut(path);
     if (!shortcut) return wrong("the shortcut is no shell link");
-    if (shortcut->target != launcher) wrong("the shortcut leads to \"" + shortcut->target + "\"");
+    if (!LeadsTo(shortcut->target, launcher)) wrong("the shortcut leads to \"" + shortcut->target + "\"");
     if (shortcut->description != "Tessarine Shared Application shortcut") {
       wrong("the shortcut's description is \"" + shortcut->description + "\"");
     }
