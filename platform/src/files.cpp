@@ -89,20 +89,24 @@ DWORD OpenFile(std::u16string_view name, DWORD access, DWORD share, DWORD dispos
   }
   if (!host.exists && disposition != OPEN_EXISTING && !IsFolderWritable(host.path))
     return ERROR_ACCESS_DENIED;
-  // Whoever makes the file knows it from the host, even when two processes come at once.
+  // Whoever makes the file knows it from the host, even when two processes come at once. A file that is
+  // there, and taken away before it is opened, is made after all.
+  const bool makes = disposition != OPEN_EXISTING && !folder;
   int descriptor = -1;
-  if (disposition != OPEN_EXISTING && !folder) {
-    descriptor = open(host.path.c_str(), HostFlags(access, false) | O_CREAT | O_EXCL, 0644);
-    if (descriptor < 0 && (errno != EEXIST || disposition == CREATE_NEW)) return HostError();
-  }
-  opened.existed = descriptor < 0;
-  if (opened.existed) {
-    const bool denied =
-        (access & writingRights) && std::filesystem::exists(host.path) && !IsWritable(host.path);
-    if (denied && !folder) return ERROR_ACCESS_DENIED;
-    descriptor = open(host.path.c_str(), HostFlags(access, folder));
-    if (descriptor < 0) return HostError();
-  }
+  do {
+    if (makes) {
+      descriptor = open(host.path.c_str(), HostFlags(access, false) | O_CREAT | O_EXCL, 0644);
+      if (descriptor < 0 && (errno != EEXIST || disposition == CREATE_NEW)) return HostError();
+    }
+    opened.existed = descriptor < 0;
+    if (opened.existed) {
+      struct stat status;
+      const bool readOnly = stat(host.path.c_str(), &status) == 0 && !(status.st_mode & S_IWUSR);
+      if ((access & writingRights) && readOnly && !folder) return ERROR_ACCESS_DENIED;
+      descriptor = open(host.path.c_str(), HostFlags(access, folder));
+    }
+  } while (descriptor < 0 && makes && errno == ENOENT);
+  if (descriptor < 0) return HostError();
   DWORD error = 0;
   opened.use = UseDescriptor(descriptor, access, share, &error);
   if (!opened.use) return error;
