@@ -85,7 +85,7 @@ TEST(BitmapConversion, KeepsHeaderAndPixelsAndAddsAnEmptyMask) {
 }
 
 TEST(BitmapConversion, MasksTransparentPixelsAndBlackensThem) {
-  const std::uint32_t opaque = 0xFF0A141E, least = 0x800A141E, below = 0x7F0A141E;  // alpha, red, green, blue
+  const std::uint32_t opaque = 0xFF0A141F, least = 0x800A141F, below = 0x7F0A141F;  // alpha, red, green, blue
   const struct {
     std::size_t pixel;  // over both rows of 45
     std::uint32_t value, becomes;
