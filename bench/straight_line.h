@@ -5,30 +5,9 @@
 
 #include <set>
 
-#include "host/catalogue.h"
-#include "registry/registry.h"
+#include "plan.h"
 
 namespace bench {
-
-// One application's names, requests and resources; the keys are those of registry_names.h.
-struct Plan {
-  WideString app, exe, launcher, link;
-  WideString appKey, appCommand, supportedTypes, supportedProtocols, progIdKey, progIdCommand;
-  WideString macApps, macAppsKey, capabilities, urlAssociations;
-  WideString openCommand, urlCommand, progId;
-  host::Bytes iconsRequest, detailsRequest, bundleId, name, version, group;
-  std::vector<host::Bytes> images;
-  std::vector<std::string> detailed;       // the texts of the reply
-  std::vector<WideString> offers, dotted;  // by document type
-  struct Claim {
-    WideString dotted, progId, key, command, progIds;
-  };
-  std::vector<Claim> claims;
-  struct Scheme {
-    WideString name, key, description;
-  };
-  std::vector<Scheme> schemes;
-};
 
 class StraightLine {
  public:
