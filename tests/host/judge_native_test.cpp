@@ -107,7 +107,8 @@ TEST_F(JudgeTest, ConvictsWhatIsWrongAlone) {
       {shortenIcons, "the launcher lacks the icon of 24 pixels"},
       {erase(Shortcut("Chess")), "the shortcut is missing"},
       {[&] { WriteFileAt(Shortcut("Chess"), "junk"); }, "the shortcut is no shell link"},
-      {link(Launcher("Go"), linkText), "the shortcut leads to \"" + WideToUtf8(Launcher("Go")) + "\""},
+      {link(Launcher("Chest"), linkText), "the shortcut leads to \"" + WideToUtf8(Launcher("Chest")) + "\""},
+      {link(Launcher("?hess"), linkText), "the shortcut leads to \"" + WideToUtf8(Launcher("?hess")) + "\""},
       {link(Launcher("Chess"), "A game"), "the shortcut's description is \"A game\""},
       {[&] { Failing("IUnknown::QueryInterface", 2, link(Launcher("Chess"), linkText)); },
        "the shortcut does not say that it is not to be pinned\n"

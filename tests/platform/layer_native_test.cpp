@@ -54,6 +54,18 @@ TEST_F(LayerNativeTest, ASearchFindsNamesInTheirOrder) {
   EXPECT_EQ(found, ". .. a b C ");
 }
 
+TEST_F(LayerNativeTest, AReadOnlyFileIsOpenedForReadingAlone) {
+  const WideString path = Scratch() + TEXT("\\file");
+  WriteFileAt(path, "x");
+  std::filesystem::permissions(platform::GuestRoot() / "scratch" / "file", std::filesystem::perms{0444});
+  for (const DWORD access : {GENERIC_READ, GENERIC_WRITE}) {
+    SetLastError(0);
+    const UniqueFile opened(CreateFileW(path.c_str(), access, 0, nullptr, OPEN_EXISTING, 0, nullptr));
+    EXPECT_EQ(static_cast<bool>(opened), access == GENERIC_READ);
+    EXPECT_EQ(GetLastError() == ERROR_ACCESS_DENIED, access == GENERIC_WRITE);
+  }
+}
+
 TEST_F(LayerNativeTest, ASpecialFolderIsMadeOnlyForThoseWhoAsk) {
   WCHAR path[MAX_PATH];
   for (const BOOL there : {FALSE, TRUE}) {

@@ -110,7 +110,11 @@ TEST_F(Withdrawal, ExtensionsLoseLauncherOffersAndDeadDefaults) {
     Expect(c.key + "\\OpenWithList\\Chess (Mac).exe", c.key != hive::classes + "nodot");
     Expect(c.key + "\\OpenWithList\\notepad.exe", false);
   }
+  const std::string bytes = hive::classes + ".bytes";  // no text, whatever they spell
+  hive::PutData(bytes, "", REG_BINARY, host::Utf16Bytes("txt_auto_file"));
+  hive::PutKey(bytes + "\\OpenWithList");
   Withdraw();
+  EXPECT_EQ(hive::Value(bytes, ""), "type 3, 28 bytes");
   for (const auto& c : cases) {
     EXPECT_EQ(hive::Value(c.key, "") + hive::Value(c.key, "other"), c.left + std::string("\"x\"")) << c.key;
   }
