@@ -283,7 +283,7 @@ void AskForList(const std::vector<std::string>& texts) {
 StraightLine::StraightLine(const std::vector<host::Application>& listed,
                            const std::vector<host::Application>& gone)
     : pattern_(LauncherFolder() + TEXT("\\*.exe")), listed_(PlansFor(listed)), gone_(PlansFor(gone)) {
-  for (const Plan& plan : listed_) launchers_.insert(plan.exe);
+  for (const Plan& plan : listed_) launchers_.emplace(plan.exe, &plan);
   for (const host::Application& app : listed) list_.insert(list_.end(), {app.bundleId, app.name});
 }
 
@@ -315,10 +315,10 @@ void StraightLine::Withdraw() const {
   const WCHAR* const classesPath = TEXT("Software\\Classes\\");
   const HKEY applications = OpenInHive(TEXT("Software\\Classes\\Applications\\"));
   Enumerate(applications, [](WideView) {});
-  for (const Plan& plan : listed_) {
-    SHDeleteKeyW(applications, plan.exe.c_str());
+  for (const auto& [exe, plan] : launchers_) {
+    SHDeleteKeyW(applications, plan->exe.c_str());
     const HKEY hive = OpenHive();
-    RemoveKeys(hive, plan);
+    RemoveKeys(hive, *plan);
     RegCloseKey(hive);
   }
   HKEY classes = OpenInHive(classesPath);

@@ -3,7 +3,7 @@
 // coming counts.
 #pragma once
 
-#include <set>
+#include <map>
 
 #include "plan.h"
 
@@ -24,7 +24,7 @@ class StraightLine {
   WideString pattern_;             // of the launcher files
   std::vector<std::string> list_;  // the texts of the reply
   std::vector<Plan> listed_, gone_;
-  std::set<WideView> launchers_;  // their file names, in listed_
+  std::map<WideView, const Plan*> launchers_;  // of listed_, by file name: the registry's order
 };
 
 // The exchange that asks for the list, and the conversion of the texts that it brings.
