@@ -8,7 +8,7 @@
 #define GATE_CONTROL_CODE(n) (0x220000u | ((0x900u + (n)) << 2)) /* device type 0x22, any access */
 
 enum GateControl {
-  /* Becomes the owner and starts anew: counts, queues and breaches are cleared. Out: uint32_t, the checksum
+  /* Becomes the owner and starts anew: counts, queues and breaches are cleared. Out: uint32_t, the stamp
      in the header of the loaded image, by which the host tells a driver that has been rebuilt since. */
   gateClaim = GATE_CONTROL_CODE(0),
   /* Waits for the guest. Out: a GateEvent and `size` envelope bytes. */
@@ -29,8 +29,9 @@ enum GateControl {
 
 enum { gateRoom = 65536 }; /* bytes of the output of a fetch and of the counts */
 
-/* Where an image says where its PE header is, and where in that header its checksum is. */
-enum { gateImageHeaderAt = 0x3C, gateChecksumAt = 88 };
+/* Where an image says where its PE header is, and where in that header its time stamp is, which the linker
+   makes a hash of the image. */
+enum { gateImageHeaderAt = 0x3C, gateStampAt = 8 };
 
 struct GateEvent {
   uint32_t id;   /* 0: nothing to answer, fetch again (a receive that was to pend first now ends) */

@@ -85,7 +85,7 @@ std::filesystem::path DriverFile() {
   return std::filesystem::path(path).replace_filename(L"tsr_tg.sys");
 }
 
-std::uint32_t ChecksumInFile(const std::filesystem::path& file) {
+std::uint32_t StampInFile(const std::filesystem::path& file) {
   std::ifstream image(file, std::ios::binary);
   const auto read = [&](std::streamoff at) {
     std::uint32_t value = 0;
@@ -93,9 +93,10 @@ std::uint32_t ChecksumInFile(const std::filesystem::path& file) {
     image.read(reinterpret_cast<char*>(&value), sizeof value);
     return value;
   };
-  const std::uint32_t checksum = read(static_cast<std::streamoff>(read(gateImageHeaderAt)) + gateChecksumAt);
+  const std::uint32_t stamp = read(static_cast<std::streamoff>(read(gateImageHeaderAt)) + gateStampAt);
   if (!image) throw std::runtime_error("cannot read the gate driver: " + file.string());
-  return checksum;
+  if (stamp == 0) throw std::runtime_error("the gate driver has no stamp: " + file.string());
+  return stamp;
 }
 
 OwnedService OpenDriverService(const std::filesystem::path& file) {
@@ -144,17 +145,17 @@ void Stop(SC_HANDLE service) {
   if (!stopped) throw std::runtime_error("the gate driver does not stop");
 }
 
-// The control device, claimed, and the checksum of the driver behind it; no device when no driver runs. The
+// The control device, claimed, and the stamp of the driver behind it; no device when no driver runs. The
 // handle of an owner that has just ended may be closed a little after its process.
 std::pair<OwnedHandle, std::uint32_t> Claim() {
   const HANDLE opened = CreateFileW(L"\\\\.\\tsr_tg_host", GENERIC_READ | GENERIC_WRITE, 0, nullptr,
                                     OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr);
   if (opened == INVALID_HANDLE_VALUE) return {};
   OwnedHandle device(opened);
-  std::uint32_t checksum = 0;
+  std::uint32_t stamp = 0;
   const bool claimed = Eventually([&] {
     try {
-      Call(device.get(), gateClaim, {}, std::as_writable_bytes(std::span(&checksum, 1))).Result();
+      Call(device.get(), gateClaim, {}, std::as_writable_bytes(std::span(&stamp, 1))).Result();
       return true;
     } catch (const std::system_error& error) {
       if (error.code().value() != ERROR_BUSY) throw;
@@ -162,12 +163,12 @@ std::pair<OwnedHandle, std::uint32_t> Claim() {
     }
   });
   if (!claimed) throw std::runtime_error("another host has the gate");
-  return {std::move(device), checksum};
+  return {std::move(device), stamp};
 }
 
 OwnedHandle StartAndClaim() {
   const auto file = DriverFile();
-  const auto wanted = ChecksumInFile(file);
+  const auto wanted = StampInFile(file);
   auto [device, loaded] = Claim();
   if (device && loaded == wanted) return std::move(device);
 

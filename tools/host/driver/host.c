@@ -4,11 +4,11 @@
 
 extern const UCHAR __ImageBase[];
 
-static uint32_t ImageChecksum(void) {
-  uint32_t header, checksum;
+static uint32_t ImageStamp(void) {
+  uint32_t header, stamp;
   memcpy(&header, __ImageBase + gateImageHeaderAt, sizeof header);
-  memcpy(&checksum, __ImageBase + header + gateChecksumAt, sizeof checksum);
-  return checksum;
+  memcpy(&stamp, __ImageBase + header + gateStampAt, sizeof stamp);
+  return stamp;
 }
 
 static BOOLEAN IsIdle(void) {
@@ -35,14 +35,14 @@ void ReleaseOwner(void) {
 }
 
 static NTSTATUS Claim(IRP* irp, const FILE_OBJECT* file, ULONG outputSize) {
-  const uint32_t checksum = ImageChecksum();
+  const uint32_t stamp = ImageStamp();
   if (owner) return Finish(irp, STATUS_DEVICE_BUSY, 0);
-  if (outputSize < sizeof checksum) return Finish(irp, STATUS_INVALID_PARAMETER, 0);
+  if (outputSize < sizeof stamp) return Finish(irp, STATUS_INVALID_PARAMETER, 0);
   owner = file;
   DropAll(&breaches);
   RtlZeroMemory(&counts, sizeof counts);
-  memcpy(irp->AssociatedIrp.SystemBuffer, &checksum, sizeof checksum);
-  return Finish(irp, STATUS_SUCCESS, sizeof checksum);
+  memcpy(irp->AssociatedIrp.SystemBuffer, &stamp, sizeof stamp);
+  return Finish(irp, STATUS_SUCCESS, sizeof stamp);
 }
 
 static NTSTATUS Report(IRP* irp, ULONG outputSize) {
