@@ -9,9 +9,12 @@ export VELOMIRA_WINEPREFIX=$work/wine WINEPREFIX=$work/wine
 PATH=$PATH:/usr/lib/wine
 trap 'wineserver -k || true; wineserver -w || true; rm -rf "$work"' EXIT
 
+# What a program says matters only when it fails.
+quietly() { "$@" >"$work/log" 2>&1 || { echo "windows.sh: $* failed" >&2; cat "$work/log" >&2; return 1; }; }
+
 # Starts the session and says its server's process, which works in a folder named after the prefix' device and inode.
 server() {
-  "$wine_env" cmd /c exit >/dev/null 2>&1
+  quietly "$wine_env" cmd /c exit
   local folder pid
   printf -v folder 'server-%x-%x' $(stat -c '%d %i' "$WINEPREFIX")
   for pid in $(pgrep wineserver); do
@@ -24,8 +27,8 @@ server() {
 print_times() {
   echo '| work, time | DLL, ms | straight line, ms | driver, ms | ratio without driver |'
   echo '|---|---|---|---|---|'
-  "$wine_env" "$bench" 50 20 "$(server)" 2>/dev/null
-  "$wine_env" "$bench" 200 8 "$(server)" 2>/dev/null
+  "$wine_env" "$bench" 50 20 "$(server)"
+  "$wine_env" "$bench" 200 8 "$(server)"
 }
 
 # The requests that Wine's server answers to the thread that works, from the server's own trace; each run has a server
@@ -35,9 +38,11 @@ print_requests() {
   echo '| work | DLL, requests | straight line, requests | ratio |'
   echo '|---|---|---|---|'
   for count in 50 200; do
-    wineserver -k && wineserver -w
-    WINEDEBUG=+server "$wine_env" "$bench" "$count" 0 "$(WINEDEBUG=+server server)" $([ $count = 200 ] && echo sleep) \
-      >/dev/null 2>&1
+    wineserver -k || true
+    wineserver -w
+    export WINEDEBUG=+server
+    quietly "$wine_env" "$bench" "$count" 0 "$(server)" $([ $count = 200 ] && echo sleep)
+    unset WINEDEBUG
     awk -v count=$count '
       /create_event\(.*velomira-bench / {
         phase = $0; sub(/.*velomira-bench /, "", phase); sub(/".*/, "", phase)
@@ -65,8 +70,8 @@ print_size() {
     grep -oP '^[0-9a-f]{8} \K[0-9a-f]{8} .*[^ /]+(\.a|\.obj|\.o)(?=[(:])' |
     while read -r size _ from; do echo "$((16#$size)) ${from##*/}"; done |
     awk '{ from = $2 ~ /\.cpp\.obj$/ ? "the module" : $2; bytes[from] += $1 }
-         END { for (from in bytes) print bytes[from], from }' | sort -rn | head -n 4 |
-    awk '{ size = $1; sub(/^[0-9]+ /, ""); printf "| %s | %d |\n", $0, size }'
+         END { for (from in bytes) print bytes[from], from }' | sort -rn |
+    awk 'NR <= 4 { size = $1; sub(/^[0-9]+ /, ""); printf "| %s | %d |\n", $0, size }'
 }
 
 shift
