@@ -8,8 +8,8 @@
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
-#include <set>
 #include <new>
+#include <set>
 
 #include "guest.h"
 #include "host/session.h"
