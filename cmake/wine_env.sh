@@ -12,7 +12,7 @@ export WINEDLLOVERRIDES="mscoree=;mshtml=;winemenubuilder.exe="
 wine=/usr/lib/wine/wine64 server=/usr/lib/wine/wineserver64 emulator=()
 if [[ -n ${VELOMIRA_WINE_ROOT:-} ]]; then
   export WINESERVER=$server WINELOADER=$wine
-  emulator=(proot -q qemu-aarch64 -r "$VELOMIRA_WINE_ROOT" -w "$PWD")
+  emulator=(proot -q "qemu-aarch64 -E LD_PRELOAD=/usr/lib/ptrace.so" -r "$VELOMIRA_WINE_ROOT" -w "$PWD")
   for folder in /proc /dev /tmp "$(realpath "$(dirname "${BASH_SOURCE[0]}")/..")" "$(dirname "$WINEPREFIX")"; do
     emulator+=(-b "$folder")
   done
@@ -39,6 +39,14 @@ make_prefix() {
   rm -rf "$WINEPREFIX" && wine wineboot -i && { wineserver -k || true; } && wineserver -w && touch "$WINEPREFIX/complete"
 }
 
+# A server that finds another one ends at once; in an emulator the first one may not find its folder.
+serve() {
+  ! wineserver -k0 || return 0
+  setsid "${emulator[@]}" "$server" -f -p60 &
+  sleep 1
+  return 1
+}
+
 # The first program brings up the services. An emulator lasts as long as any program that came from one that it runs, so both
 # the server and the first program are left to themselves.
 start_session() {
@@ -46,8 +54,7 @@ start_session() {
   [[ -e $WINEPREFIX/complete ]] || make_prefix || return
   ! wineserver -k0 || return 0
   rm -f "$up"
-  setsid "${emulator[@]}" "$server" -f -p60 &
-  wait_until wineserver -k0 || return
+  wait_until serve || return
   setsid "${emulator[@]}" "$wine" cmd /c 'echo >C:\session-is-up' &
   wait_until test -e "$up"
 }

@@ -7,8 +7,9 @@ zig=$1 language=$2
 shift 2
 export ZIG_GLOBAL_CACHE_DIR=$zig/cache ZIG_LOCAL_CACHE_DIR=$zig/cache
 compiler=("$zig/zig" "$language" -target aarch64-windows-gnu)
+# Without optimisation Zig would guard the stack, which needs a library that it does not link with optimisation.
 for argument in "$@"; do
-  case $argument in -c | -E | -v | --version) exec "${compiler[@]}" "-ffile-prefix-map=$zig=zig" "$@" ;; esac
+  case $argument in -c | -E | -v | --version) exec "${compiler[@]}" "-ffile-prefix-map=$zig=zig" -fno-stack-protector "$@" ;; esac
 done
 
 # Options of the compiler do not matter any more, and with other ones Zig would build its libraries anew.

@@ -58,7 +58,7 @@ TEST(Kernel, MessagesComeInOrderAndAQuitLast) {
   const auto post = [](UINT message) {
     EXPECT_TRUE(PostThreadMessageW(GetCurrentThreadId(), message, 0, 0));
   };
-  std::jthread([&] {
+  std::thread([&] {
     Look(PM_NOREMOVE);
     EXPECT_FALSE(Wakes());
     PostQuitMessage(5);
@@ -78,7 +78,7 @@ TEST(Kernel, MessagesComeInOrderAndAQuitLast) {
     EXPECT_EQ(Look(PM_REMOVE), UINT{WM_QUIT});
     EXPECT_EQ(Look(PM_REMOVE), 0u);
     EXPECT_FALSE(Wakes(MWMO_INPUTAVAILABLE));
-  });
+  }).join();
   EXPECT_TRUE(CloseHandle(signalled));
 }
 

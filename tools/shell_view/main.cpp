@@ -211,8 +211,10 @@ int Run(int count, wchar_t** arguments) {
 
 }  // namespace
 
-int wmain(int count, wchar_t** arguments) {
+int main() {
   if (FAILED(CoInitialize(nullptr))) return 1;
+  int count = 0;
+  wchar_t** const arguments = CommandLineToArgvW(GetCommandLineW(), &count);
   int status = 1;
   try {
     status = Run(count, arguments);

@@ -4,6 +4,8 @@
 // documented residue. With "guest" alone it is such a process: it loads the module, starts it and never ends.
 #include <windows.h>
 
+#include <shellapi.h>
+
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -228,8 +230,10 @@ int Run(int count, wchar_t** arguments) {
 
 }  // namespace
 
-int wmain(int count, wchar_t** arguments) {
+int main() {
   try {
+    int count = 0;
+    wchar_t** const arguments = CommandLineToArgvW(GetCommandLineW(), &count);
     return Run(count, arguments);
   } catch (const std::exception& failure) {
     std::cout << std::flush;
