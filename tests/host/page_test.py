@@ -1,4 +1,4 @@
-"""The page of a guest in a browser, as its reader uses it: page_test.py HOST-TOOL CATALOGUE FOLDER.
+"""The page of a guest in a browser, as its reader uses it: page_test.py HOST-TOOL CATALOGUE FOLDER [CLASS].
 
 What is made lies in FOLDER afterwards, pictures of the page for people to look at among it."""
 import base64
@@ -101,6 +101,8 @@ class Page(unittest.TestCase):
                 return cells[1:]
         return None
 
+
+class Reading(Page):
     def test_steps_by_key_slider_and_click(self):
         self.open("example.html")
         self.assertEqual(self.texts("#steps button > span:last-child"), STEPS)
@@ -185,6 +187,8 @@ class Page(unittest.TestCase):
             self.all("#steps button")[1].click()
             self.assertIn("77", " ".join(self.texts(f"#{view}")))
 
+
+class Fitting(Page):
     def test_fits_every_width_and_names_every_control(self):
         for name in ("example", "large"):
             self.open(f"{name}.html")
@@ -233,4 +237,4 @@ return [...document.querySelectorAll("body *")].filter(each => {
 """
 
 if __name__ == "__main__":
-    unittest.main(argv=sys.argv[:1], verbosity=1)
+    unittest.main(argv=[sys.argv[0], *sys.argv[4:]], verbosity=1)

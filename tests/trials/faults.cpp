@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
@@ -55,10 +56,20 @@ Outcome PlayFailing(const Story& story, const Scene& scene, Fault fault, std::si
   return outcome;
 }
 
+// A thread that has signalled its end may still be in the hands of the run-time library, whose locks a child
+// of that moment would never see released.
+void AwaitOtherThreads() {
+  const auto threads = [] {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+  };
+  while (threads() > 1) usleep(1000);
+}
+
 // The scene is played in a process of its own; this one finds the guest as that has left it.
 Outcome PlayDying(const Story& story, const Scene& scene, std::size_t n) {
   constexpr int died = 86;  // as the layer ends a process
   std::cout << std::flush;
+  AwaitOtherThreads();
   const pid_t process = fork();
   if (process == 0) {
     story.Enter(scene);

@@ -29,11 +29,14 @@ std::optional<std::string> OwnerOfClaim(const Entries& registry, const std::stri
 // Those whose capabilities name it.
 std::vector<std::string> OwnersOfScheme(const Entries& registry, const std::string& scheme) {
   std::vector<std::string> owners;
-  for (const std::string& app : Subkeys(registry, macAppsKey)) {
-    const std::string schemes = macAppsKey + "\\" + app + "\\Capabilities\\URLAssociations";
-    if (app.ends_with(launcherSuffix) && registry.contains(ValuePath(schemes, scheme))) {
-      owners.push_back(WithoutEnd(app, launcherSuffix));
-    }
+  const std::string start = macAppsKey + "\\", end = ValuePath("\\Capabilities\\URLAssociations", scheme);
+  for (auto i = registry.lower_bound(start); i != registry.end() && IsBelow(i->first, macAppsKey); ++i) {
+    const std::string& path = i->first;
+    if (path.size() < start.size() + end.size()) continue;
+    const std::size_t appSize = path.size() - start.size() - end.size();
+    if (!EqualNoCase(std::string_view(path).substr(start.size() + appSize), end)) continue;
+    const std::string app = path.substr(start.size(), appSize);
+    if (app.ends_with(launcherSuffix)) owners.push_back(WithoutEnd(app, launcherSuffix));
   }
   return owners;
 }

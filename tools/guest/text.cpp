@@ -60,8 +60,9 @@ bool EqualNoCase(std::string_view a, std::string_view b) {
 }
 
 bool PathLess::operator()(std::string_view a, std::string_view b) const {
-  return std::lexicographical_compare(a.begin(), a.end(), b.begin(), b.end(),
-                                      [](char x, char y) { return Rank(x) < Rank(y); });
+  const auto [x, y] = std::mismatch(a.begin(), a.end(), b.begin(), b.end());  // most begin alike for long
+  return std::lexicographical_compare(x, a.end(), y, b.end(),
+                                      [](char left, char right) { return Rank(left) < Rank(right); });
 }
 
 bool IsBelow(std::string_view path, std::string_view key) {
