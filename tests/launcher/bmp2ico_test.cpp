@@ -91,10 +91,19 @@ TEST(BitmapConversion, MasksTransparentPixelsAndBlackensThem) {
     std::uint32_t value, becomes;
     std::size_t maskByte;
     unsigned maskBit;  // 0: not masked
-  } cases[] = {{0, below, 0x7F000000, 0, 0x80},  {6, least, least, 0, 0},
-               {7, below, 0x7F000000, 0, 0x01},  {8, 0, 0, 1, 0x80},
-               {32, below, 0x7F000000, 4, 0x80}, {44, 0x00FFFFFF, 0, 5, 0x08},
-               {45 + 31, 0, 0, 8 + 3, 0x01},     {45 + 40, below, 0x7F000000, 8 + 5, 0x80}};
+  } cases[] = {{0, below, 0x7F000000, 0, 0x80},
+               {6, least, least, 0, 0},
+               {7, below, 0x7F000000, 0, 0x01},
+               {8, 0, 0, 1, 0x80},
+               {10, 0, 0, 1, 0x20},
+               {13, 0, 0, 1, 0x04},
+               {14, 0, 0, 1, 0x02},
+               {17, 0, 0, 2, 0x40},
+               {19, 0, 0, 2, 0x10},
+               {32, below, 0x7F000000, 4, 0x80},
+               {44, 0x00FFFFFF, 0, 5, 0x08},
+               {45 + 31, 0, 0, 8 + 3, 0x01},
+               {45 + 40, below, 0x7F000000, 8 + 5, 0x80}};
   Bytes bitmap = TestBitmap(45, 2);
   for (std::size_t pixel = 0; pixel < 90; ++pixel) Put(bitmap, 54 + 4 * pixel, opaque);
   Bytes expected(bitmap.begin() + 14, bitmap.end());
